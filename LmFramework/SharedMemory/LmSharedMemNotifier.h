@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef LMFRAMEWORK_SHAREDMEMORY_LMSHAREDMEMNOTIFIER_H
+#define LMFRAMEWORK_SHAREDMEMORY_LMSHAREDMEMNOTIFIER_H
+
+#include "LmFramework/LmFrameworkExport.h"
+#include "LmFramework/LmUncopyable.h"
+
+class LmObserver_;
+
+/// Tells the processes of a unit that something in shared memory has changed.
+///
+/// What one process publishes, an id with up to 64 bytes, reaches every observer of that id in every
+/// process, the publishing one included. All notifiers of a process share one delivery thread, which runs
+/// while any observer is registered; observers are called on it, one after the other, with no lock
+/// held, messages in the order in which they were published.
+///
+/// Messages stand in the ring "LmSharedMemNotifier" in the shared-memory folder. Nobody waits for a
+/// reader: one that falls more than the ring's length behind loses the oldest messages, and a log line of its
+/// process says how many. A process that is killed leaves the others working; what it was
+/// publishing at that moment may be lost, or arrive up to a second late.
+///
+/// After fork() nothing is delivered in the child until it registers observers of its own.
+class LM_FRAMEWORK_API LmSharedMemNotifier : private LmUncopyable {
+ public:
+  /// The longest message, in bytes.
+  static constexpr unsigned MAX_DATA_SIZE = 64;
+
+  /// The framework's interface has this flag; what it chooses is each framework's own. This port does
+  /// the same for both values.
+  explicit LmSharedMemNotifier(bool flag);
+
+  /// Removes the observers that were added through this object, as RemoveObserver does.
+  virtual ~LmSharedMemNotifier();
+
+  /// Registers `observer`, which is borrowed, for the `count` ids at `ids`: it hears what is published from
+  /// now on. Adding it again adds to its ids.
+  /// @return false, and nothing changes, when `observer` or `ids` is null, `count` is 0, or the delivery thread
+  ///         cannot be started; the last with a log line. A ring that cannot be opened is no failure: one log
+  ///         line, and it is tried again about once a second.
+  /// @throw std::bad_alloc and nothing changes.
+  bool AddObserver(LmObserver_* observer, const unsigned* ids, unsigned count);
+
+  /// Removes `observer` from all its ids. When this returns it is not being called and never will be;
+  /// only a call from inside one of its own notifications does not wait for that one to end. So hold no lock here that
+  /// the observer takes. Unknown observers are ignored.
+  void RemoveObserver(LmObserver_* observer);
+
+  /// Publishes a change. `data` may be null when `size` is 0. Takes the ring's named lock; does not wait
+  /// for any delivery.
+  /// @return false, with a log line, when `size` is over MAX_DATA_SIZE, or the ring cannot be opened or written.
+  bool Publish(unsigned id, const void* data, unsigned size);
+};
+
+#endif

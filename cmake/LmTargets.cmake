@@ -1,0 +1,48 @@
+# SPDX-License-Identifier: Apache-2.0
+# What every target of this project has in common.
+
+find_package(Threads REQUIRED)
+
+# lm_target_defaults(TARGET): language, warnings and visibility, none of which reaches a consumer.
+function(lm_target_defaults target)
+  target_compile_features(${target} PUBLIC cxx_std_17)
+  set_target_properties(${target} PROPERTIES
+    CXX_EXTENSIONS OFF
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON
+    POSITION_INDEPENDENT_CODE ON)
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Woverloaded-virtual
+    $<$<BOOL:${LM_WARNINGS_AS_ERRORS}>:-Werror>
+    $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
+  # 64-bit file offsets and times wherever the machine is 32 bits wide.
+  target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64)
+endfunction()
+
+# lm_shared_library(NAME OBJECTS): the shared library made of the object library OBJECTS, which the tests link too.
+function(lm_shared_library name objects)
+  add_library(${name} SHARED)
+  add_library(${name}::${name} ALIAS ${name})
+  target_link_libraries(${name} PRIVATE ${objects})
+  target_compile_features(${name} PUBLIC cxx_std_17)
+  set_target_properties(${name} PROPERTIES
+    LINKER_LANGUAGE CXX
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR})
+  # The finaliser and the fork handlers keep pointers into the library, so it must not be unloaded.
+  target_link_options(${name} PRIVATE -Wl,-z,nodelete -Wl,--no-undefined)
+endfunction()
+
+# lm_install_package(NAME): targets, CMake package and pkg-config file of one library.
+function(lm_install_package name)
+  install(TARGETS ${name} EXPORT ${name}Targets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${name} NAMELINK_COMPONENT ${name}-dev)
+  install(EXPORT ${name}Targets NAMESPACE ${name}:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/${name} COMPONENT ${name}-dev)
+  configure_package_config_file(${name}Config.cmake.in ${name}Config.cmake
+    INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/${name})
+  write_basic_package_version_file(${name}ConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}Config.cmake ${CMAKE_CURRENT_BINARY_DIR}/${name}ConfigVersion.cmake
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/${name} COMPONENT ${name}-dev)
+  configure_file(${name}.pc.in ${name}.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT ${name}-dev)
+endfunction()
