@@ -13,9 +13,7 @@ class LM_FRAMEWORK_API LmObserver : public LmObserver_ {
 
   LmObserver(T* target, Function function) : mTarget(target), mFunction(function) {}
 
-  unsigned Update(unsigned id, void* data, unsigned size) override {
-    return (mTarget->*mFunction)(id, data, size);
-  }
+  unsigned Update(unsigned id, void* data, unsigned size) override { return (mTarget->*mFunction)(id, data, size); }
 
  private:
   T* mTarget;

@@ -53,9 +53,7 @@ class LM_FRAMEWORK_API LmSingleton : private LmUncopyable {
 
   /// Deletes the instance, if there is one; the next getInstance() makes a new one. Nobody may use
   /// the instance any more: no lock is taken.
-  [[gnu::noinline]] static void destroy() {
-    delete sInstance.exchange(nullptr, std::memory_order_acq_rel);
-  }
+  [[gnu::noinline]] static void destroy() { delete sInstance.exchange(nullptr, std::memory_order_acq_rel); }
 
  protected:
   LmSingleton() = default;
@@ -72,11 +70,11 @@ template <class T>
 LmSync LmSingleton<T>::sClassMutex;
 
 /// In the header of a singleton that a shared library owns, behind the class, at global scope.
-#define LM_SINGLETON_DECLARE(T)               \
-  template <>                                 \
-  std::atomic<T*> LmSingleton<T>::sInstance;  \
-  template <>                                 \
-  LmSync LmSingleton<T>::sClassMutex;         \
+#define LM_SINGLETON_DECLARE(T)              \
+  template <>                                \
+  std::atomic<T*> LmSingleton<T>::sInstance; \
+  template <>                                \
+  LmSync LmSingleton<T>::sClassMutex;        \
   extern template class LmSingleton<T>
 
 /// In exactly one source of the library that owns the singleton.

@@ -19,7 +19,7 @@ class LM_FRAMEWORK_API LmSyncGuard : private LmUncopyable {
   ~LmSyncGuard();
 
  private:
-  LmSync* const mSync;                     // null when the guard holds a shared lock
+  LmSync* const mSync;                          // null when the guard holds a shared lock
   const LmSharedSyncObject* const mSharedSync;  // null when it holds a lock of this process
 };
 

@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef INTEGRATEDDEVICELIST_PRIVATE_AAPINTEGRATEDDEVICELIST_H
+#define INTEGRATEDDEVICELIST_PRIVATE_AAPINTEGRATEDDEVICELIST_H
+
+#include <vector>
+
+#include "IntegratedDeviceListBase.h"
+
+class AapDeviceListSharedMem;
+
+/// The phones that the Android Auto service knows.
+///
+/// A slot is free when its identifier text is empty, whatever its other fields say; a segment of zeros is therefore no
+/// phone, unlike Bluetooth's.
+class AapIntegratedDeviceList : public IntegratedDeviceListBase<AapDevice> {
+ public:
+  AapIntegratedDeviceList();
+  ~AapIntegratedDeviceList() override;
+
+  void getFunctionDeviceList(std::vector<AapDevice>& out) override;
+  IntegratedDevice toIntegratedDevice(const AapDevice& record) override;
+
+ private:
+  AapDeviceListSharedMem* sharedMem;  // owned
+};
+
+#endif

@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "BtIntegratedDeviceList.h"
+
+#include <cstring>
+
+#include "BtPairedDeviceListSharedMem.h"
+#include "FixedText.h"
+
+namespace {
+
+using idl::wire::BtSlot;
+
+BtPairedDevice toRecord(const BtSlot& slot) {
+  BtPairedDevice record;
+  record.id = slot.id;
+  static_assert(sizeof(record.name) == sizeof(slot.name) && sizeof(record.address) == sizeof(slot.address));
+  std::memcpy(record.name, slot.name, sizeof(record.name));
+  std::memcpy(record.address, slot.address, sizeof(record.address));
+  record.info = slot.info;
+  record.flag1 = slot.flag1;
+  record.flag2 = slot.flag2;
+  return record;
+}
+
+}  // namespace
+
+BtIntegratedDeviceList::BtIntegratedDeviceList() : sharedMem(new BtPairedDeviceListSharedMem) {}
+
+BtIntegratedDeviceList::~BtIntegratedDeviceList() {
+  delete sharedMem;
+  sharedMem = nullptr;
+}
+
+void BtIntegratedDeviceList::getFunctionDeviceList(std::vector<BtPairedDevice>& out) {
+  out.clear();
+  idl::wire::BtPairedDeviceList table;
+  std::size_t count = 0;
+  {
+    LmSyncGuard guard(*sharedMem);
+    count = sharedMem->read(BtPairedDeviceListSharedMem::DATA_OFFSET, &table, sizeof(table)) / sizeof(BtSlot);
+  }
+  out.reserve(count);
+  for (std::size_t k = 0; k < count; ++k) {
+    if (table.slots[k].id != BtPairedDevice::ID_NONE) {
+      out.push_back(toRecord(table.slots[k]));
+    }
+  }
+}
+
+BtIntegratedDeviceList::IntegratedDevice BtIntegratedDeviceList::toIntegratedDevice(const BtPairedDevice& record) {
+  IntegratedDevice device;
+  device.type = LmSIntegratedDeviceListDef::DEVICE_TYPE_BT;
+  device.name = fixedText(record.name);
+  device.btid = record.id;
+  device.btDevice = record;
+  return device;
+}

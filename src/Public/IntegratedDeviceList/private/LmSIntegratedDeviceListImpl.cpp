@@ -1,0 +1,200 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "LmSIntegratedDeviceListImpl.h"
+
+#include <algorithm>
+#include <iterator>
+#include <memory>
+
+#include "AapIntegratedDeviceList.h"
+#include "BtIntegratedDeviceList.h"
+#include "CpIntegratedDeviceList.h"
+#include "FuncInfoSharedMem.h"
+#include "IntegratedDeviceList/idl.h"
+#include "LmFramework/LmDbgOutput.h"
+#include "LmFramework/LmSyncGuard.h"
+#include "SuffixProvider.h"
+
+namespace {
+
+constexpr char FILE_NAME[] = "src/Public/IntegratedDeviceList/private/LmSIntegratedDeviceListImpl";
+constexpr int LOG_TAG = 1;
+
+using LmSIntegratedDeviceListDef::DeviceInfo;
+using LmSIntegratedDeviceListDef::IntegratedDevice;
+
+std::uint8_t readBtFunctionFlag() {
+  const FuncInfoSharedMem funcInfo;
+  LmSyncGuard guard(funcInfo);
+  std::uint8_t flag = 0;
+  funcInfo.read(FuncInfoSharedMem::DATA_OFFSET + offsetof(idl::wire::FuncInfoStruct, btFunctionFlag), &flag,
+                sizeof(flag));
+  return flag;
+}
+
+void fold(const IntegratedDevice& source, IntegratedDevice& target) {
+  static_cast<DeviceInfo&>(target) = source;
+  if (source.type == LmSIntegratedDeviceListDef::DEVICE_TYPE_CARPLAY) {
+    target.cpDevice = source.cpDevice;
+  } else if (source.type == LmSIntegratedDeviceListDef::DEVICE_TYPE_AAP) {
+    target.aapDevice = source.aapDevice;
+  }
+}
+
+void appendTo(std::vector<IntegratedDevice>& list, std::vector<IntegratedDevice>& tail) {
+  list.insert(list.end(), std::make_move_iterator(tail.begin()), std::make_move_iterator(tail.end()));
+}
+
+}  // namespace
+
+// The adapters are handed over only when all of them stand: one that throws leaves none behind.
+LmSIntegratedDeviceListImpl::LmSIntegratedDeviceListImpl()
+    : initialized(false),
+      started(false),
+      btAdapter(nullptr),
+      cpAdapter(nullptr),
+      aapAdapter(nullptr),
+      suffixProvider(nullptr) {
+  auto bt = std::make_unique<BtIntegratedDeviceList>();
+  auto cp = std::make_unique<CpIntegratedDeviceList>();
+  auto aap = std::make_unique<AapIntegratedDeviceList>();
+  suffixProvider = new SuffixProvider;
+  btAdapter = bt.release();
+  cpAdapter = cp.release();
+  aapAdapter = aap.release();
+}
+
+LmSIntegratedDeviceListImpl::~LmSIntegratedDeviceListImpl() {
+  delete btAdapter;
+  btAdapter = nullptr;
+  delete cpAdapter;
+  cpAdapter = nullptr;
+  delete aapAdapter;
+  aapAdapter = nullptr;
+  delete suffixProvider;
+  suffixProvider = nullptr;
+}
+
+void LmSIntegratedDeviceListImpl::initialize() {
+  LmSyncGuard guard(mutex);
+  if (initialized) {
+    return;
+  }
+  if (readBtFunctionFlag() != 0) {
+    awaited.insert(LmSIntegratedDeviceListDef::DEVICE_TYPE_BT);
+  }
+  initialized = true;
+}
+
+void LmSIntegratedDeviceListImpl::updateDeviceList(DeviceType type) {
+  LmSyncGuard guard(mutex);
+  if (!initialized) {
+    LmDbgOutput::DbgPrint(FILE_NAME, "updateDeviceList", __LINE__, LOG_TAG, "not initialized.\n");
+    return;
+  }
+  switch (type) {
+    case LmSIntegratedDeviceListDef::DEVICE_TYPE_BT:
+      btAdapter->updateDeviceList();
+      break;
+    case LmSIntegratedDeviceListDef::DEVICE_TYPE_CARPLAY:
+      cpAdapter->updateDeviceList();
+      break;
+    case LmSIntegratedDeviceListDef::DEVICE_TYPE_AAP:
+      aapAdapter->updateDeviceList();
+      break;
+    default:
+      return;
+  }
+  if (!started) {
+    tryStart(type);
+  }
+  if (!started) {
+    return;
+  }
+  std::vector<IntegratedDevice> lastList;
+  lastList.swap(mergedList);
+  try {
+    updateDeviceList();
+    suffixProvider->appendSuffix(mergedList);
+  } catch (...) {
+    mergedList.swap(lastList);
+    throw;
+  }
+}
+
+bool LmSIntegratedDeviceListImpl::getDeviceList(std::vector<IntegratedDevice>& list) {
+  LmSyncGuard guard(mutex);
+  if (!initialized) {
+    LmDbgOutput::DbgPrint(FILE_NAME, "getDeviceList", __LINE__, LOG_TAG, "not initialized.\n");
+    return false;
+  }
+  if (!started) {
+    return false;
+  }
+  list = mergedList;
+  return true;
+}
+
+bool LmSIntegratedDeviceListImpl::setFormat(NameFormatFunc format) {
+  LmSyncGuard guard(mutex);
+  return suffixProvider->setFormat(format);
+}
+
+void LmSIntegratedDeviceListImpl::start() {
+  if (started) {
+    return;
+  }
+  suffixProvider->start();
+  started = true;
+}
+
+void LmSIntegratedDeviceListImpl::tryStart(DeviceType type) {
+  if (started) {
+    return;
+  }
+  awaited.erase(type);
+  if (awaited.empty()) {
+    start();
+  }
+}
+
+void LmSIntegratedDeviceListImpl::updateDeviceList() {
+  std::vector<IntegratedDevice> pairedList;
+  std::vector<IntegratedDevice> fetched;
+  std::vector<IntegratedDevice> unmatched;
+  btAdapter->getBtDeviceList(pairedList);
+  cpAdapter->getBtDeviceList(fetched);
+  aggregateDeviceList(pairedList, fetched, unmatched);
+  aapAdapter->getBtDeviceList(fetched);
+  aggregateDeviceList(pairedList, fetched, unmatched);
+  std::stable_sort(pairedList.begin(), pairedList.end(), idl::compareBtDeviceId);
+
+  std::vector<IntegratedDevice> usbOnlyList;
+  cpAdapter->getUsbDeviceList(usbOnlyList);
+  aapAdapter->getUsbDeviceList(fetched);
+  appendTo(usbOnlyList, fetched);
+  for (IntegratedDevice& device : unmatched) {
+    if (idl::isUsbConnected(device)) {
+      device.btid = DeviceInfo::BTID_NONE;  // it claims a pairing that Bluetooth does not know
+      usbOnlyList.push_back(std::move(device));
+    }
+  }
+  std::stable_sort(usbOnlyList.begin(), usbOnlyList.end(), idl::compareUsbPort);
+
+  appendTo(usbOnlyList, pairedList);
+  mergedList.swap(usbOnlyList);
+}
+
+void LmSIntegratedDeviceListImpl::aggregateDeviceList(std::vector<IntegratedDevice>& target,
+                                                      const std::vector<IntegratedDevice>& source,
+                                                      std::vector<IntegratedDevice>& unmatched) {
+  for (const IntegratedDevice& device : source) {
+    const auto match = std::find_if(target.begin(), target.end(), [&](const IntegratedDevice& candidate) {
+      return idl::isBtPaired(candidate) && candidate.btid == device.btid;
+    });
+    if (match != target.end()) {
+      fold(device, *match);
+    } else {
+      unmatched.push_back(device);
+    }
+  }
+}
