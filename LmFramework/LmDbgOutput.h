@@ -4,22 +4,28 @@
 
 #include "LmFramework/LmFrameworkExport.h"
 
-/// The debug log: one line a message, with the file, the function and the line that it names.
+/// The debug log: one line a message, with the file, the function and the line that it names:
+///
+///     src/Clock:12 setTime [1] the clock is not set
+///
+/// The number in brackets is DbgPrint's tag; DbgPrintStdErr has none.
 ///
 /// Any thread may print; lines of several threads never mix. The newline that a message ends in is
 /// the end of its line; control characters inside are shown as '?', so that nothing that came from
-/// a phone can forge a line. A line is cut at 1,023 bytes. Nothing here allocates or throws, and
-/// errno is kept.
+/// a phone can forge a line. A line is cut at 1,023 bytes. Nothing here allocates (syslog may) or throws,
+/// and errno is kept. A line for standard error is one write() of a whole line, unless the system takes
+/// only a part at once; what it refuses is lost.
 class LM_FRAMEWORK_API LmDbgOutput {
  public:
   /// Takes one finished line without its newline. `line` is valid during the call only. It runs with the
-  /// log's mutex held: it must not print through this class, directly or not, nor change the sink.
+  /// log's mutex held: it must not print through this class, directly or not, nor change the sink, nor
+  /// fork, and it must not throw.
   using Sink = void (*)(void* context, const char* line);
 
   LmDbgOutput() = delete;
 
   /// Prints to the sink in force; standard error, unless one of the functions below set another.
-  /// `tag` is the caller's and stands in the line. `format` as for printf.
+  /// `tag` is the caller's. `format` as for printf; it sees the caller's errno.
   static void DbgPrint(const char* file, const char* function, int line, int tag, const char* format, ...)
       __attribute__((format(printf, 5, 6)));
 

@@ -9,9 +9,10 @@
 
 /// A mutex between the threads of one process.
 ///
-/// Re-entrant for the thread that holds it: each successful Lock needs an Unlock of its own. A
-/// forked child finds a mutex that another thread held still locked, as with any mutex; classes
-/// that must survive a fork say so themselves.
+/// Re-entrant for the thread that holds it: each successful Lock needs an Unlock of its own. Who waits
+/// is not served in any order. In a forked child the forking thread still holds what it held, and
+/// gives it back there; what another thread held stays locked, as with any mutex, and classes that must
+/// survive that say so themselves.
 class LM_FRAMEWORK_API LmSync : private LmUncopyable {
  public:
   /// Waits without a limit.
@@ -32,7 +33,15 @@ class LM_FRAMEWORK_API LmSync : private LmUncopyable {
   bool Unlock();
 
  private:
-  pthread_mutex_t mMutex;
+  bool awaitUntilFree(int timeoutMs);
+
+  // A recursive pthread mutex would do but for three things: in a forked child it refuses the forking thread's unlock,
+  // and ThreadSanitizer knows neither its waits by the monotonic clock nor that an unlock may be refused.
+  pthread_mutex_t mGuard;  // protects what follows, and is held for a few instructions only
+  pthread_cond_t mFreed;   // waits by the monotonic clock
+  pthread_t mHolder;       // valid while mDepth is not 0
+  unsigned mDepth = 0;
+  unsigned mWaiting = 0;
 };
 
 #endif

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "LmFramework/LmSingletonFinalizer.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <memory>
+#include <new>
+
+namespace {
+
+/// One registration. Never freed: the C library keeps one exit handler for each all the same.
+struct Registration {
+  std::atomic<LmSingletonFinalizer::DestroyFunc> function;  // null once it has run, or has been registered anew
+  Registration* older;
+};
+
+// The newest registration that has not had its turn. Without a mutex, so that a child forked in the middle of a
+// registration can still exit.
+std::atomic<Registration*> newest{nullptr};
+
+/// The exit handler of each registration. Handlers run in the reverse order of their registration, and so do the
+/// functions.
+void runNewest() {
+  Registration* registration = newest.load(std::memory_order_acquire);
+  while (registration != nullptr &&
+         !newest.compare_exchange_weak(registration, registration->older, std::memory_order_acq_rel)) {
+  }
+  if (registration == nullptr) {
+    return;
+  }
+  const LmSingletonFinalizer::DestroyFunc function = registration->function.exchange(nullptr);
+  if (function != nullptr) {
+    function();
+  }
+}
+
+void push(Registration* registration) {
+  registration->older = newest.load(std::memory_order_relaxed);
+  while (!newest.compare_exchange_weak(registration->older, registration, std::memory_order_acq_rel)) {
+  }
+}
+
+void forgetOlder(const Registration* registration, LmSingletonFinalizer::DestroyFunc function) {
+  for (Registration* older = registration->older; older != nullptr; older = older->older) {
+    LmSingletonFinalizer::DestroyFunc expected = function;
+    older->function.compare_exchange_strong(expected, nullptr);
+  }
+}
+
+}  // namespace
+
+void LmSingletonFinalizer::addDestroyFunc(DestroyFunc destroyFunc) {
+  auto registration = std::make_unique<Registration>();
+  registration->function = destroyFunc;
+  if (std::atexit(&runNewest) != 0) {
+    throw std::bad_alloc();
+  }
+  Registration* const pushed = registration.release();
+  push(pushed);
+  forgetOlder(pushed, destroyFunc);
+}
