@@ -11,18 +11,22 @@
 /// a temporary file in the same folder, syncs it, renames it over the file and syncs the folder.
 /// Two processes may save; the last one to flush wins.
 ///
-/// Made by SaveFileAccessFactory. Not for two threads at once. Each failure is one log line with the file and the reason.
+/// Made by SaveFileAccessFactory. Not for two threads at once. Each failure is one log line with the file and the
+/// reason.
 class LM_FRAMEWORK_API SaveFileAccess : public SaveFileAccessBase {
  public:
-  /// Reads the file anew and stands at offset 0. A missing file is an empty one.
-  /// @return false when there is a file that could not be opened or read. The image is then empty, and this
+  /// Reads the file anew and stands at offset 0; an image that is still open is forgotten. A missing file is an empty
+  /// one.
+  /// @return false when there is a file that could not be opened or read, or is longer than 1 MiB. It is not open then,
+  /// and this
   ///         object never writes again: what could not be read is not to be replaced by what was made without it.
   bool FOpen() override = 0;
 
   /// Forgets the image; what was not flushed is not written.
   bool FClose() override = 0;
 
-  /// Copies up to `size` bytes from the current offset to `buffer` and moves on; the rest of `buffer` keeps its contents.
+  /// Copies up to `size` bytes from the current offset to `buffer` and moves on; the rest of `buffer` keeps its
+  /// contents.
   /// @return the number of bytes copied, 0 at the end; -1 when not open.
   virtual int Read(void* buffer, unsigned size) = 0;
 
