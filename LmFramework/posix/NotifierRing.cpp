@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "LmFramework/posix/NotifierRing.h"
+
+#include <linux/futex.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+
+namespace {
+
+constexpr std::uint32_t MAGIC = 0x524E6D4C;
+constexpr std::uint32_t VERSION = 1;
+constexpr std::size_t HEADER_CHECKED_SIZE = offsetof(NotifierRingHeader, head);
+constexpr std::size_t SLOT_CHECKED_SIZE = offsetof(NotifierRingSlot, checksum);
+// What the futex word needs to be mapped; the kernel rounds it up to a page.
+constexpr std::size_t MAPPED_SIZE = sizeof(NotifierRingHeader);
+// A header or slot read just while it is being written is read again so many times.
+constexpr int MAX_READS = 4;
+
+// FNV-1a: it has to tell torn and random bytes from whole ones, not to withstand anybody.
+std::uint64_t checksum(const void* bytes, std::size_t size) {
+  const auto* byte = static_cast<const unsigned char*>(bytes);
+  std::uint64_t sum = 0xCBF29CE484222325;
+  for (std::size_t i = 0; i < size; ++i) {
+    sum = (sum ^ byte[i]) * 0x100000001B3;
+  }
+  return sum;
+}
+
+// Time and process tell two generations apart; so do they for two rings made in different processes at once.
+std::uint64_t newGeneration() {
+  static std::atomic<std::uint32_t> made{0};
+  timespec now = {};
+  clock_gettime(CLOCK_REALTIME, &now);
+  const std::uint64_t parts[] = {static_cast<std::uint64_t>(now.tv_sec), static_cast<std::uint64_t>(now.tv_nsec),
+                                 static_cast<std::uint64_t>(getpid()), made.fetch_add(1, std::memory_order_relaxed)};
+  return checksum(parts, sizeof parts) | 1;
+}
+
+std::uint64_t headCheckOf(const NotifierRingHeader& header) { return ~(header.head ^ header.generation); }
+
+NotifierRingHeader newHeader() {
+  NotifierRingHeader header = {};
+  header.magic = MAGIC;
+  header.version = VERSION;
+  header.slotCount = NotifierRing::SLOT_COUNT;
+  header.slotSize = sizeof(NotifierRingSlot);
+  header.generation = newGeneration();
+  header.headCheck = headCheckOf(header);
+  header.checksum = checksum(&header, HEADER_CHECKED_SIZE);
+  return header;
+}
+
+bool isIntact(const NotifierRingHeader& header) {
+  return header.magic == MAGIC && header.version == VERSION && header.slotCount == NotifierRing::SLOT_COUNT &&
+         header.slotSize == sizeof(NotifierRingSlot) && header.generation != 0 &&
+         header.checksum == checksum(&header, HEADER_CHECKED_SIZE) && header.headCheck == headCheckOf(header);
+}
+
+// False when it is not intact; `header` then holds what could be read.
+bool readHeader(const SharedFile& file, NotifierRingHeader& header) {
+  for (int attempt = 0; attempt < MAX_READS; ++attempt) {
+    header = {};
+    if (file.read(0, &header, sizeof header) && isIntact(header)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+std::uint32_t offsetOfSlot(std::uint64_t sequence) {
+  return static_cast<std::uint32_t>(sizeof(NotifierRingHeader) +
+                                    (sequence % NotifierRing::SLOT_COUNT) * sizeof(NotifierRingSlot));
+}
+
+// The layout that SYS_futex takes, which on 32 bits is not that of a C library with 64-bit times.
+struct FutexTime {
+  long seconds;
+  long nanoseconds;
+};
+
+long futex(std::uint32_t* word, int operation, std::uint32_t value, const FutexTime* timeout) {
+  return syscall(SYS_futex, word, operation, value, timeout, nullptr, 0);
+}
+
+}  // namespace
+
+NotifierRing::NotifierRing() : mFile(NAME) {}
+
+NotifierRing::~NotifierRing() { close(); }
+
+int NotifierRing::open() {
+  if (mFile.isCurrent()) {
+    return 0;
+  }
+  close();
+  const NotifierRingHeader header = newHeader();
+  const int error = mFile.open({&header, sizeof header, FILE_SIZE});
+  if (error != 0) {
+    return error;
+  }
+  void* page = mmap(nullptr, MAPPED_SIZE, PROT_READ, MAP_SHARED, mFile.descriptor(), 0);
+  if (page == MAP_FAILED) {
+    const int reason = errno;
+    mFile.close();
+    return reason;
+  }
+  void* word = static_cast<char*>(page) + offsetof(NotifierRingHeader, head);
+  mWord = static_cast<std::uint32_t*>(word);
+  return 0;
+}
+
+void NotifierRing::close() {
+  mFile.close();
+  unmap();
+}
+
+void NotifierRing::unmap() {
+  std::uint32_t* word = mWord.exchange(nullptr);
+  if (word != nullptr) {
+    munmap(reinterpret_cast<char*>(word) - offsetof(NotifierRingHeader, head), MAPPED_SIZE);
+  }
+}
+
+NotifierRing::Head NotifierRing::head() const {
+  NotifierRingHeader header = {};
+  Head head;
+  head.valid = readHeader(mFile, header);
+  head.position = {header.generation, header.head};
+  head.word = static_cast<std::uint32_t>(header.head);
+  return head;
+}
+
+bool NotifierRing::read(const Position& position, NotifierRingSlot& slot) const {
+  for (int attempt = 0; attempt < MAX_READS; ++attempt) {
+    if (mFile.read(offsetOfSlot(position.sequence), &slot, sizeof slot) &&
+        slot.checksum == checksum(&slot, SLOT_CHECKED_SIZE) && slot.generation == position.generation &&
+        slot.sequence == position.sequence && slot.size <= NotifierRingSlot::DATA_SIZE) {
+      return true;
+    }
+  }
+  return false;
+}
+
+int NotifierRing::makeAnew(NotifierRingHeader& header) const {
+  header = newHeader();
+  const int error = mFile.resize(FILE_SIZE);
+  return error != 0 ? error : mFile.write(0, &header, sizeof header);
+}
+
+int NotifierRing::publish(std::uint32_t id, const void* data, std::uint32_t size, bool& madeAnew) {
+  int error = open();
+  if (error != 0) {
+    return error;
+  }
+  NotifierRingHeader header = {};
+  if (!readHeader(mFile, header)) {
+    error = makeAnew(header);
+    if (error != 0) {
+      return error;
+    }
+    madeAnew = true;
+  }
+
+  NotifierRingSlot slot = {};
+  slot.generation = header.generation;
+  slot.sequence = header.head;
+  slot.id = id;
+  slot.size = size;
+  if (size != 0) {
+    std::memcpy(slot.data, data, size);
+  }
+  slot.checksum = checksum(&slot, SLOT_CHECKED_SIZE);
+  error = mFile.write(offsetOfSlot(slot.sequence), &slot, sizeof slot);
+  if (error != 0) {
+    return error;
+  }
+
+  ++header.head;
+  header.headCheck = headCheckOf(header);
+  static_assert(offsetof(NotifierRingHeader, headCheck) == offsetof(NotifierRingHeader, head) + sizeof header.head);
+  const std::uint64_t headAndCheck[] = {header.head, header.headCheck};
+  error = mFile.write(offsetof(NotifierRingHeader, head), headAndCheck, sizeof headAndCheck);
+  wake();
+  return error;
+}
+
+bool NotifierRing::wait(std::uint32_t word, std::chrono::milliseconds timeout) const {
+  std::uint32_t* address = mWord;
+  if (address == nullptr) {
+    return false;
+  }
+  const FutexTime time = {static_cast<long>(timeout.count() / 1000),
+                          static_cast<long>(timeout.count() % 1000 * 1000000)};
+  // Woken, over, changed and interrupted are all the same to the caller, who looks at the head again.
+  return futex(address, FUTEX_WAIT, word, &time) == 0 || errno == EAGAIN || errno == ETIMEDOUT || errno == EINTR;
+}
+
+void NotifierRing::wake() const {
+  std::uint32_t* word = mWord;
+  if (word != nullptr) {
+    // An error means that the ring was cut short or unmapped just now; who waits looks again within its timeout.
+    static_cast<void>(futex(word, FUTEX_WAKE, INT_MAX, nullptr));
+  }
+}
