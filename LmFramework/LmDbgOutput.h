@@ -25,7 +25,7 @@ class LM_FRAMEWORK_API LmDbgOutput {
   LmDbgOutput() = delete;
 
   /// Prints to the sink in force; standard error, unless one of the functions below set another.
-  /// `tag` is the caller's. `format` as for printf; it sees the caller's errno.
+  /// `tag` is the caller's. `format` as for printf.
   static void DbgPrint(const char* file, const char* function, int line, int tag, const char* format, ...)
       __attribute__((format(printf, 5, 6)));
 

@@ -13,6 +13,7 @@
 #include <mutex>
 
 #include "LmFramework/posix/DbgOutputFork.h"
+#include "LmFramework/posix/ForkHandlers.h"
 
 namespace {
 
@@ -31,8 +32,6 @@ class ErrnoKeeper {
   ~ErrnoKeeper() { errno = mSaved; }
   ErrnoKeeper(const ErrnoKeeper&) = delete;
   ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
-
-  int saved() const { return mSaved; }
 
  private:
   const int mSaved;
@@ -111,6 +110,12 @@ void finish(Line& line) {
   line.maskControlCharacters();
 }
 
+/// Locks the output, in a process that can fork all the same.
+std::unique_lock<std::mutex> lockOutput() {
+  installForkHandlers();
+  return std::unique_lock<std::mutex>(outputMutex);
+}
+
 const char* orUnknown(const char* text) { return text != nullptr ? text : "?"; }
 
 void printToSyslog(void* /*context*/, const char* line) { syslog(LOG_DEBUG, "%s", line); }
@@ -123,12 +128,11 @@ void LmDbgOutput::DbgPrint(const char* file, const char* function, int line, int
   text.append("%s:%d %s [%d] ", orUnknown(file), line, orUnknown(function), tag);
   va_list arguments;
   va_start(arguments, format);
-  errno = keeper.saved();
   text.appendList(format, arguments);
   va_end(arguments);
   finish(text);
 
-  const std::lock_guard<std::mutex> guard(outputMutex);
+  const std::unique_lock<std::mutex> lock = lockOutput();
   if (currentSink != nullptr) {
     currentSink(currentContext, text.text());
   } else {
@@ -142,17 +146,16 @@ void LmDbgOutput::DbgPrintStdErr(const char* file, const char* function, int lin
   text.append("%s:%d %s ", orUnknown(file), line, orUnknown(function));
   va_list arguments;
   va_start(arguments, format);
-  errno = keeper.saved();
   text.appendList(format, arguments);
   va_end(arguments);
   finish(text);
 
-  const std::lock_guard<std::mutex> guard(outputMutex);
+  const std::unique_lock<std::mutex> lock = lockOutput();
   text.writeToStandardError();
 }
 
 void LmDbgOutput::setSink(Sink sink, void* context) {
-  const std::lock_guard<std::mutex> guard(outputMutex);
+  const std::unique_lock<std::mutex> lock = lockOutput();
   currentSink = sink;
   currentContext = context;
 }

@@ -20,7 +20,7 @@ class ObserverList : private LmUncopyable {
   ~ObserverList();
 
   /// Attaches `observer` to `count` ids; a `count` of 0 attaches it to every id. Attached again with the same `owner`,
-  /// it keeps its place and adds to its ids.
+  /// it keeps its place and adds to its ids; with another owner it is called once for each.
   /// @param owner  whoever removes it together with others, see removeAll
   /// @param from   it hears only notifications of this sequence number and later ones
   /// @return false, and nothing changes, when `observer` is null, or `ids` is null and `count` is not 0.

@@ -19,6 +19,7 @@
 
 #include "LmFramework/LmDbgOutput.h"
 #include "LmFramework/LmUncopyable.h"
+#include "LmFramework/posix/SystemCall.h"
 
 namespace {
 
@@ -48,21 +49,10 @@ Failure failed(const char* step) { return {step, errno, nullptr}; }
 
 void logFailure(const char* function, int line, const std::string& folder, const std::string& name, const char* what,
                 const Failure& failure) {
-  char text[128];
-  const char* reason = failure.reason != nullptr ? failure.reason : strerror_r(failure.error, text, sizeof text);
+  const ErrorText error(failure.error);
+  const char* reason = failure.reason != nullptr ? failure.reason : error.get();
   LmDbgOutput::DbgPrint(LOG_FILE, function, line, LOG_TAG, "%s/%s %s: %s: %s\n", folder.c_str(), name.c_str(), what,
                         failure.step, reason);
-}
-
-/// Calls `function` until a signal does not interrupt it.
-template <class Function>
-auto retried(const Function& function) -> decltype(function()) {
-  for (;;) {
-    const auto result = function();
-    if (result != -1 || errno != EINTR) {
-      return result;
-    }
-  }
 }
 
 class Descriptor : private LmUncopyable {
@@ -79,7 +69,7 @@ class Descriptor : private LmUncopyable {
   }
 
   bool openAt(int folder, const char* name, int flags, mode_t mode = 0) {
-    reset(retried([&] { return openat(folder, name, flags | O_CLOEXEC, mode); }));
+    reset(retryInterrupted([&] { return openat(folder, name, flags | O_CLOEXEC, mode); }));
     return mDescriptor != -1;
   }
 
@@ -101,7 +91,7 @@ bool isUsableName(const std::string& name) {
 Failure readAll(int file, std::vector<unsigned char>& image) {
   unsigned char part[16 * 1024];
   for (;;) {
-    const ssize_t got = retried([&] { return read(file, part, sizeof part); });
+    const ssize_t got = retryInterrupted([&] { return read(file, part, sizeof part); });
     if (got < 0) {
       return failed("read");
     }
@@ -147,7 +137,7 @@ Failure syncFolder(const std::string& path) {
   if (!folder.openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY)) {
     return failed("open parent folder");
   }
-  return retried([&] { return fsync(folder.get()); }) == 0 ? NONE : failed("fsync parent folder");
+  return retryInterrupted([&] { return fsync(folder.get()); }) == 0 ? NONE : failed("fsync parent folder");
 }
 
 std::string parentOf(const std::string& path) {
@@ -228,7 +218,7 @@ Failure removeIfLeftOver(int folder, const char* entry) {
   if (!S_ISREG(opened.st_mode)) {
     return NONE;
   }
-  if (retried([&] { return flock(file.get(), LOCK_EX | LOCK_NB); }) != 0) {
+  if (retryInterrupted([&] { return flock(file.get(), LOCK_EX | LOCK_NB); }) != 0) {
     return errno == EWOULDBLOCK ? NONE : failed("lock left-over");
   }
   struct stat named = {};
@@ -322,7 +312,8 @@ class TemporaryFile : private LmUncopyable {
       return failed("chmod temporary file");
     }
     for (std::size_t done = 0; done < image.size();) {
-      const ssize_t written = retried([&] { return write(mFile.get(), image.data() + done, image.size() - done); });
+      const ssize_t written =
+          retryInterrupted([&] { return write(mFile.get(), image.data() + done, image.size() - done); });
       if (written < 0) {
         return failed("write temporary file");
       }
@@ -331,7 +322,7 @@ class TemporaryFile : private LmUncopyable {
       }
       done += static_cast<std::size_t>(written);
     }
-    return retried([&] { return fsync(mFile.get()); }) == 0 ? NONE : failed("fsync temporary file");
+    return retryInterrupted([&] { return fsync(mFile.get()); }) == 0 ? NONE : failed("fsync temporary file");
   }
 
   Failure becomeSavedFile() {
@@ -345,7 +336,7 @@ class TemporaryFile : private LmUncopyable {
  private:
   /// `lost` when a process that looked for left-overs saw the file before it was locked: it is gone, or will be.
   Failure lock(bool& lost) const {
-    if (retried([&] { return flock(mFile.get(), LOCK_EX | LOCK_NB); }) != 0) {
+    if (retryInterrupted([&] { return flock(mFile.get(), LOCK_EX | LOCK_NB); }) != 0) {
       lost = errno == EWOULDBLOCK;
       return failed("lock temporary file");
     }
@@ -392,7 +383,7 @@ Failure replaceFile(int folder, const std::string& name, const std::vector<unsig
   if (const Failure failure = temporary.becomeSavedFile()) {
     return failure;
   }
-  return retried([&] { return fsync(folder); }) == 0 ? NONE : failed("fsync folder");
+  return retryInterrupted([&] { return fsync(folder); }) == 0 ? NONE : failed("fsync folder");
 }
 
 /// Makes `image` the file's contents. `cleaning` is what failed without harm to that.

@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <system_error>
@@ -20,7 +21,7 @@ class ChildProcess {
   /// How the child ends when its function returns: through exit(), with everything that runs then, or at once.
   enum class End { EXIT, AT_ONCE };
 
-  explicit ChildProcess(const std::function<int()>& body, End end = End::AT_ONCE) : mPid(fork()) {
+  explicit ChildProcess(const std::function<int()>& body, End end = End::AT_ONCE) : mPid(forkFlushed()) {
     if (mPid < 0) {
       throw std::system_error(errno, std::generic_category(), "fork");
     }
@@ -65,6 +66,12 @@ class ChildProcess {
   static constexpr int HUNG = -1000;
 
  private:
+  /// Without text in the parent's buffers, which the child would print once more.
+  static pid_t forkFlushed() {
+    std::fflush(nullptr);
+    return fork();
+  }
+
   bool reap(int options) {
     pid_t got = 0;
     do {

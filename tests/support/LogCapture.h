@@ -57,7 +57,7 @@ class LogCapture {
   std::size_t countLocked(const std::string& text) const {
     std::size_t found = 0;
     for (const std::string& line : mLines) {
-      found += line.find(text) != std::string::npos ? 1 : 0;
+      found += line.find(text) != std::string::npos ? 1U : 0U;
     }
     return found;
   }
