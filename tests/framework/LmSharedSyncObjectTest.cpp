@@ -1,0 +1,493 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+#include "LmFramework/SharedMemory/LmSharedSyncObject.h"
+#include "framework/SharedMemoryTesting.h"
+#include "support/ChildProcess.h"
+#include "support/LogCapture.h"
+
+static_assert(std::has_virtual_destructor_v<LmSharedSyncObject> && !std::is_copy_constructible_v<LmSharedSyncObject>);
+
+namespace {
+
+constexpr char DIED[] = "died, what it guards may be half written";
+
+// A child that takes the lock, says so and keeps it until it is killed.
+class Holder {
+ public:
+  explicit Holder(const char* name)
+      : mChild([this, name] {
+          const LmSharedSyncObject lock(name);
+          lock.lock();
+          mHolds->store(true);
+          for (;;) {
+            pause();
+          }
+          return 0;
+        }) {
+    EXPECT_TRUE(eventually([this] { return mHolds->load(); }));
+  }
+
+  void kill() {
+    mChild.signal(SIGKILL);
+    mChild.wait();
+  }
+
+ private:
+  SharedValue<std::atomic<bool>> mHolds;
+  ChildProcess mChild;
+};
+
+int lockOnce(const char* name) {
+  const LmSharedSyncObject lock(name);
+  return lock.lock() && lock.unlock() ? 0 : 1;
+}
+
+}  // namespace
+
+TEST(ALockBetweenProcesses, LetsOneAtATimeCount) {
+  constexpr int PROCESSES = 4;
+  constexpr int ROUNDS = 500;
+  const SharedValue<volatile int> counter;
+  std::vector<std::unique_ptr<ChildProcess>> children;
+
+  for (int i = 0; i < PROCESSES; ++i) {
+    children.push_back(std::make_unique<ChildProcess>([&counter] {
+      const LmSharedSyncObject lock("Counter");
+      for (int round = 0; round < ROUNDS; ++round) {
+        lock.lock();
+        const int seen = *counter;
+        sched_yield();
+        *counter = seen + 1;
+        lock.unlock();
+      }
+      return 0;
+    }));
+  }
+  for (auto& child : children) {
+    ASSERT_EQ(0, child->wait());
+  }
+
+  EXPECT_EQ(PROCESSES * ROUNDS, *counter);
+}
+
+TEST(ALockBetweenProcesses, IsWaitedForUntilItsHolderGivesItBack) {
+  const LmSharedSyncObject lock("Waited");
+  const SharedValue<std::atomic<bool>> taken;
+  ASSERT_TRUE(lock.lock());
+  ChildProcess waiter([&taken] {
+    const LmSharedSyncObject same("Waited");
+    same.lock();
+    taken->store(true);
+    return 0;
+  });
+  EXPECT_EQ(ChildProcess::HUNG, waiter.wait(std::chrono::milliseconds(200)));
+  EXPECT_FALSE(taken->load());
+
+  lock.unlock();
+
+  EXPECT_EQ(0, waiter.wait());
+  EXPECT_TRUE(taken->load());
+}
+
+TEST(ALockBetweenProcesses, IsWaitedForThroughSignals) {
+  const LmSharedSyncObject lock("Signalled");
+  const SharedValue<std::atomic<bool>> ready;
+  lock.lock();
+  ChildProcess waiter([&ready] {
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &action, nullptr);  // without SA_RESTART
+    ready->store(true);
+    return lockOnce("Signalled");
+  });
+  ASSERT_TRUE(eventually([&] { return ready->load(); }));
+
+  for (int i = 0; i < 50; ++i) {
+    waiter.signal(SIGUSR1);
+    pauseFor(std::chrono::milliseconds(1));
+  }
+  lock.unlock();
+
+  EXPECT_EQ(0, waiter.wait());
+}
+
+TEST(ALockBetweenThreads, LetsOneAtATimeCount) {
+  constexpr int THREADS = 4;
+  constexpr int ROUNDS = 500;
+  int counter = 0;
+  std::vector<std::thread> threads;
+
+  for (int i = 0; i < THREADS; ++i) {
+    threads.emplace_back([&counter] {
+      const LmSharedSyncObject lock("Threads");
+      for (int round = 0; round < ROUNDS; ++round) {
+        lock.lock();
+        ++counter;
+        lock.unlock();
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+
+  EXPECT_EQ(THREADS * ROUNDS, counter);
+}
+
+TEST(AHeldLock, IsReEntrantForItsThread) {
+  const LmSharedSyncObject lock("Nested");
+
+  EXPECT_TRUE(lock.lock());
+  EXPECT_TRUE(lock.lock());
+  EXPECT_TRUE(lock.lock());
+  EXPECT_TRUE(lock.unlock());
+  EXPECT_TRUE(lock.unlock());
+  EXPECT_FALSE(sharedFileIsUnlocked("LmLock.Nested"));
+
+  EXPECT_TRUE(lock.unlock());
+  EXPECT_TRUE(sharedFileIsUnlocked("LmLock.Nested"));
+  EXPECT_FALSE(lock.unlock());
+}
+
+TEST(AHeldLock, IsGivenBackByItsHolderOnly) {
+  const LmSharedSyncObject lock("Stranger");
+  lock.lock();
+  bool given = true;
+
+  std::thread([&] { given = lock.unlock(); }).join();
+
+  EXPECT_FALSE(given);
+  EXPECT_FALSE(sharedFileIsUnlocked("LmLock.Stranger"));
+  EXPECT_TRUE(lock.unlock());
+}
+
+TEST(ALockThatNobodyTook, CannotBeGivenBack) {
+  const LmSharedSyncObject lock("Untaken");
+
+  EXPECT_FALSE(lock.unlock());
+}
+
+TEST(TwoObjectsOfOneName, AreOneLockForTheThread) {
+  const LmSharedSyncObject first("Twice");
+  const LmSharedSyncObject second("Twice");
+  first.lock();
+
+  EXPECT_TRUE(second.lock());
+  EXPECT_TRUE(first.unlock());
+  EXPECT_FALSE(sharedFileIsUnlocked("LmLock.Twice"));
+  EXPECT_TRUE(second.unlock());
+  EXPECT_TRUE(sharedFileIsUnlocked("LmLock.Twice"));
+}
+
+TEST(TwoObjectsOfOneName, ExcludeTwoThreads) {
+  const LmSharedSyncObject first("TwoThreads");
+  const LmSharedSyncObject second("TwoThreads");
+  std::atomic<bool> taken{false};
+  first.lock();
+
+  std::thread other([&] {
+    second.lock();
+    taken = true;
+    second.unlock();
+  });
+  pauseFor(std::chrono::milliseconds(50));
+  EXPECT_FALSE(taken);
+  first.unlock();
+  other.join();
+
+  EXPECT_TRUE(taken);
+}
+
+TEST(TwoNames, AreTwoLocks) {
+  const LmSharedSyncObject first("First");
+  first.lock();
+
+  ChildProcess other([] { return lockOnce("Second"); });
+
+  EXPECT_EQ(0, other.wait());
+  EXPECT_TRUE(first.unlock());
+}
+
+TEST(AKilledHolder, GivesTheLockToTheNextWithOneLogLine) {
+  Holder holder("Killed");
+  const LmSharedSyncObject lock("Killed");
+  const LogCapture log;
+
+  holder.kill();
+
+  EXPECT_TRUE(lock.lock());
+  EXPECT_EQ(1U, log.lines().size());
+  EXPECT_EQ(1U, log.count(std::string("Killed: its holder")));
+  EXPECT_EQ(1U, log.count(DIED));
+  lock.unlock();
+  lock.lock();
+  lock.unlock();
+  EXPECT_EQ(1U, log.lines().size());
+}
+
+TEST(AKilledHolder, GivesTheLockToOneThatWaits) {
+  Holder holder("KilledWaited");
+  const SharedValue<std::atomic<bool>> ready;
+  ChildProcess waiter([&ready] {
+    ready->store(true);
+    return lockOnce("KilledWaited");
+  });
+  ASSERT_TRUE(eventually([&] { return ready->load(); }));
+
+  holder.kill();
+
+  EXPECT_EQ(0, waiter.wait());
+}
+
+TEST(AHolderThatGaveTheLockBack, LeavesNoLogLine) {
+  ChildProcess former([] { return lockOnce("Proper"); });
+  ASSERT_EQ(0, former.wait());
+  const LogCapture log;
+
+  EXPECT_EQ(0, lockOnce("Proper"));
+
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(ManyProcessesAtOnce, MakeOneFileThatAllMayOpen) {
+  constexpr int PROCESSES = 12;
+  const SharedValue<std::atomic<bool>> start;
+  std::vector<std::unique_ptr<ChildProcess>> children;
+  for (int i = 0; i < PROCESSES; ++i) {
+    children.push_back(std::make_unique<ChildProcess>([&start] {
+      umask(077);
+      while (!start->load()) {
+        sched_yield();
+      }
+      const LmSharedSyncObject lock("Race");
+      const bool locked = lock.lock();
+      return locked && sharedMode("LmLock.Race") == 0664 && lock.unlock() ? 0 : 1;
+    }));
+  }
+
+  start->store(true);
+
+  for (auto& child : children) {
+    EXPECT_EQ(0, child->wait());
+  }
+  EXPECT_EQ(0664U, sharedMode("LmLock.Race"));
+}
+
+TEST(AForkWhileTheLockIsHeld, LeavesItToTheParentAlone) {
+  const LmSharedSyncObject lock("Forked");
+  lock.lock();
+  lock.lock();
+
+  ChildProcess child([&] { return lock.unlock() ? 1 : 0; }, ChildProcess::End::EXIT);
+
+  EXPECT_EQ(0, child.wait());
+  EXPECT_FALSE(sharedFileIsUnlocked("LmLock.Forked"));
+  EXPECT_TRUE(lock.unlock());
+  EXPECT_TRUE(lock.unlock());
+  EXPECT_FALSE(lock.unlock());
+}
+
+TEST(AForkWhileTheLockIsHeld, LetsTheChildTakeItAfterTheParent) {
+  const LmSharedSyncObject lock("ForkedTaken");
+  const SharedValue<std::atomic<bool>> taken;
+  lock.lock();
+
+  ChildProcess child([&] {
+    const bool locked = lock.lock();
+    taken->store(true);
+    return locked && lock.unlock() ? 0 : 1;
+  });
+  EXPECT_EQ(ChildProcess::HUNG, child.wait(std::chrono::milliseconds(200)));
+  EXPECT_FALSE(taken->load());
+  lock.unlock();
+
+  EXPECT_EQ(0, child.wait());
+}
+
+TEST(AForkWhileTheLockIsHeld, DoesNotLetTheChildKeepItAfterTheParentsDeath) {
+  const SharedValue<std::atomic<pid_t>> grandchild;
+  ChildProcess parent([&] {
+    const LmSharedSyncObject lock("Outlived");
+    lock.lock();
+    const pid_t pid = fork();
+    if (pid == 0) {
+      grandchild->store(getpid());
+    }
+    for (;;) {
+      pause();
+    }
+    return 0;
+  });
+  ASSERT_TRUE(eventually([&] { return grandchild->load() != 0; }));
+
+  parent.signal(SIGKILL);
+  parent.wait();
+
+  ChildProcess next([] { return lockOnce("Outlived"); });
+  EXPECT_EQ(0, next.wait());
+  kill(grandchild->load(), SIGKILL);
+}
+
+// Threads that were just taking, waiting for or giving back a lock do not exist in the child.
+TEST(AForkWhileOtherThreadsUseTheLock, LeavesTheChildALockThatWorks) {
+  const LmSharedSyncObject lock("Busy");
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([&] {
+      while (!stop) {
+        lock.lock();
+        lock.unlock();
+      }
+    });
+  }
+
+  for (int i = 0; i < 20; ++i) {
+    ChildProcess child([&] { return lock.lock() && lock.unlock() ? 0 : 1; });
+    EXPECT_EQ(0, child.wait());
+  }
+
+  stop = true;
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+}
+
+TEST(ALockFile, ThatWasCutIsUsedOn) {
+  const LmSharedSyncObject lock("Cut");
+  const LogCapture log;
+  lock.lock();
+  std::filesystem::resize_file(sharedPath("LmLock.Cut"), 0);
+  lock.unlock();
+  std::filesystem::resize_file(sharedPath("LmLock.Cut"), 0);
+
+  EXPECT_TRUE(lock.lock());
+
+  EXPECT_FALSE(sharedFileIsUnlocked("LmLock.Cut"));
+  EXPECT_TRUE(lock.unlock());
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(ALockFile, FullOfGarbageIsUsedOnWithOneLogLine) {
+  const LmSharedSyncObject lock("Garbage");
+  const LogCapture log;
+  lock.lock();
+  lock.unlock();
+  overwriteShared("LmLock.Garbage", std::string(5000, '\xA5'));
+
+  EXPECT_TRUE(lock.lock());
+
+  EXPECT_FALSE(sharedFileIsUnlocked("LmLock.Garbage"));
+  EXPECT_TRUE(lock.unlock());
+  EXPECT_TRUE(lock.lock());
+  EXPECT_TRUE(lock.unlock());
+  EXPECT_EQ(1U, log.count(DIED));
+  EXPECT_EQ(1U, log.lines().size());
+}
+
+TEST(ALockFile, ThatWasRemovedIsMadeAgain) {
+  const LmSharedSyncObject lock("Removed");
+  lock.lock();
+  std::filesystem::remove(sharedPath("LmLock.Removed"));
+  EXPECT_TRUE(lock.unlock());
+
+  EXPECT_TRUE(lock.lock());
+
+  EXPECT_FALSE(sharedFileIsUnlocked("LmLock.Removed"));
+  EXPECT_TRUE(lock.unlock());
+}
+
+TEST(ALockFile, IsClosedWithTheLastObjectOfItsName) {
+  const auto descriptors = [] {
+    const std::filesystem::directory_iterator folder("/proc/self/fd");
+    return std::distance(begin(folder), end(folder));
+  };
+  const auto before = descriptors();
+  auto first = std::make_unique<LmSharedSyncObject>("Closed");
+  auto second = std::make_unique<LmSharedSyncObject>("Closed");
+  first->lock();
+  first->unlock();
+
+  first.reset();
+  EXPECT_EQ(before + 1, descriptors());
+  second.reset();
+
+  EXPECT_EQ(before, descriptors());
+}
+
+TEST(ALockWhoseFileCannotBeOpened, StillExcludesTheThreadsOfTheProcess) {
+  std::filesystem::create_directory(sharedPath("LmLock.Folder"));
+  const LogCapture log;
+  const LmSharedSyncObject lock("Folder");
+  int counter = 0;
+
+  const auto count = [&] {
+    for (int i = 0; i < 200; ++i) {
+      EXPECT_FALSE(lock.lock());
+      EXPECT_FALSE(lock.lock());
+      ++counter;
+      EXPECT_TRUE(lock.unlock());
+      EXPECT_TRUE(lock.unlock());
+    }
+  };
+  std::thread other(count);
+  count();
+  other.join();
+
+  EXPECT_EQ(400, counter);
+  EXPECT_EQ(1U, log.lines().size());
+  EXPECT_EQ(1U, log.count("Folder: no lock on its file"));
+}
+
+TEST(ALockWhoseFileCannotBeOpened, TriesItAgainEachTime) {
+  std::filesystem::create_directory(sharedPath("LmLock.Later"));
+  const LogCapture log;
+  const LmSharedSyncObject lock("Later");
+  EXPECT_FALSE(lock.lock());
+  EXPECT_TRUE(lock.unlock());
+
+  std::filesystem::remove(sharedPath("LmLock.Later"));
+
+  EXPECT_TRUE(lock.lock());
+  EXPECT_FALSE(sharedFileIsUnlocked("LmLock.Later"));
+  EXPECT_TRUE(lock.unlock());
+}
+
+class ANameThatNoFileCanHave : public testing::TestWithParam<const char*> {};
+
+TEST_P(ANameThatNoFileCanHave, IsALockOfThisProcessOnly) {
+  const LogCapture log;
+  const LmSharedSyncObject lock(GetParam());
+
+  EXPECT_FALSE(lock.lock());
+
+  EXPECT_TRUE(lock.unlock());
+  EXPECT_EQ(1U, log.lines().size());
+}
+
+static const std::string TOO_LONG(201, 'x');
+INSTANTIATE_TEST_SUITE_P(Names, ANameThatNoFileCanHave, testing::Values(nullptr, "", "a/b", "/a", TOO_LONG.c_str()),
+                         [](const auto& instance) { return "Number" + std::to_string(instance.index); });
+
+TEST(ANameOf200Bytes, IsALock) {
+  const std::string name(200, 'n');
+
+  EXPECT_EQ(0, lockOnce(name.c_str()));
+
+  EXPECT_EQ(0664U, sharedMode("LmLock." + name));
+}

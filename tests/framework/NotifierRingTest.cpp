@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "LmFramework/posix/NotifierRing.h"
+#include "framework/SharedMemoryTesting.h"
+
+namespace {
+
+constexpr std::size_t HEADER_IN_USE = 48;
+
+class ARing : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::filesystem::remove(sharedPath(NotifierRing::NAME));
+    ASSERT_EQ(0, mRing.open());
+  }
+
+  bool publish(std::uint32_t id, const std::string& text) {
+    bool madeAnew = false;
+    EXPECT_EQ(0, mRing.publish(id, text.data(), static_cast<std::uint32_t>(text.size()), madeAnew));
+    return madeAnew;
+  }
+
+  // Published and read back; what a damaged ring has to be able to do again.
+  void expectThatItWorks() {
+    publish(7, "after");
+    NotifierRing::Position newest = mRing.head().position;
+    --newest.sequence;
+    NotifierRingSlot slot = {};
+    ASSERT_TRUE(mRing.head().valid);
+    ASSERT_TRUE(mRing.read(newest, slot));
+    EXPECT_EQ(7U, slot.id);
+    EXPECT_EQ(0, std::memcmp("after", slot.data, 5));
+  }
+
+  NotifierRing mRing;
+};
+
+template <class T>
+T fieldAt(const std::string& bytes, std::size_t offset) {
+  T value = {};
+  std::memcpy(&value, bytes.data() + offset, sizeof value);
+  return value;
+}
+
+}  // namespace
+
+TEST_F(ARing, HasTheBytesOfItsDrawing) {
+  publish(6, "first");
+  publish(9, std::string(64, 'z'));
+
+  const std::string bytes = sharedContents(NotifierRing::NAME);
+
+  ASSERT_EQ(64U + 256 * 96, bytes.size());
+  EXPECT_EQ("LmNR", bytes.substr(0, 4));
+  EXPECT_EQ(1U, fieldAt<std::uint32_t>(bytes, 4));
+  EXPECT_EQ(256U, fieldAt<std::uint32_t>(bytes, 8));
+  EXPECT_EQ(96U, fieldAt<std::uint32_t>(bytes, 12));
+  const auto generation = fieldAt<std::uint64_t>(bytes, 16);
+  EXPECT_NE(0U, generation);
+  EXPECT_EQ(2U, fieldAt<std::uint64_t>(bytes, 24));
+  EXPECT_EQ(~(generation ^ 2), fieldAt<std::uint64_t>(bytes, 32));
+  EXPECT_EQ(std::string(16, '\0'), bytes.substr(48, 16));
+  const std::size_t second = 64 + 96;
+  EXPECT_EQ(generation, fieldAt<std::uint64_t>(bytes, second));
+  EXPECT_EQ(1U, fieldAt<std::uint64_t>(bytes, second + 8));
+  EXPECT_EQ(9U, fieldAt<std::uint32_t>(bytes, second + 16));
+  EXPECT_EQ(64U, fieldAt<std::uint32_t>(bytes, second + 20));
+  EXPECT_EQ(std::string(64, 'z'), bytes.substr(second + 24, 64));
+  EXPECT_EQ(0664U, sharedMode(NotifierRing::NAME));
+}
+
+TEST_F(ARing, KeepsTheLast256Messages) {
+  const std::uint64_t generation = mRing.head().position.generation;
+  for (std::uint32_t id = 0; id < 300; ++id) {
+    publish(id, "");
+  }
+
+  NotifierRingSlot slot = {};
+  EXPECT_EQ(300U, mRing.head().position.sequence);
+  EXPECT_FALSE(mRing.read({generation, 43}, slot));
+  EXPECT_TRUE(mRing.read({generation, 44}, slot));
+  EXPECT_EQ(44U, slot.id);
+  EXPECT_TRUE(mRing.read({generation, 299}, slot));
+  EXPECT_FALSE(mRing.read({generation, 300}, slot));
+  EXPECT_FALSE(mRing.read({generation + 2, 299}, slot));
+}
+
+TEST_F(ARing, FindsEveryFlippedBitOfItsHeaderAndIsMadeAnew) {
+  for (std::size_t bit = 0; bit < HEADER_IN_USE * 8; ++bit) {
+    publish(6, "before");
+    std::string header = sharedContents(NotifierRing::NAME).substr(0, 64);
+    header[bit / 8] = static_cast<char>(header[bit / 8] ^ (1 << bit % 8));
+    overwriteShared(NotifierRing::NAME, header);
+
+    ASSERT_FALSE(mRing.head().valid) << "bit " << bit;
+    EXPECT_TRUE(publish(6, "again")) << "bit " << bit;
+    expectThatItWorks();
+  }
+}
+
+TEST_F(ARing, FindsEveryFlippedBitOfASlot) {
+  publish(6, "message");
+  const NotifierRing::Position position = {mRing.head().position.generation, 0};
+  const std::string whole = sharedContents(NotifierRing::NAME);
+
+  for (std::size_t bit = 0; bit < sizeof(NotifierRingSlot) * 8; ++bit) {
+    std::string damaged = whole;
+    damaged[64 + bit / 8] = static_cast<char>(damaged[64 + bit / 8] ^ (1 << bit % 8));
+    overwriteShared(NotifierRing::NAME, damaged);
+    NotifierRingSlot slot = {};
+    EXPECT_FALSE(mRing.read(position, slot)) << "bit " << bit;
+  }
+
+  overwriteShared(NotifierRing::NAME, whole);
+  NotifierRingSlot slot = {};
+  EXPECT_TRUE(mRing.read(position, slot));
+}
+
+TEST_F(ARing, WorksOnWhereverItIsCut) {
+  for (std::size_t length = 0; length <= 64 + 96 + 1; ++length) {
+    publish(6, "before");
+    std::filesystem::resize_file(sharedPath(NotifierRing::NAME), length);
+
+    EXPECT_EQ(length >= 64, mRing.head().valid) << length;
+    NotifierRingSlot slot = {};
+    EXPECT_FALSE(mRing.read({mRing.head().position.generation, 200}, slot));
+    expectThatItWorks();
+  }
+}
+
+TEST_F(ARing, IsAnotherGenerationWhenItWasRemoved) {
+  publish(6, "before");
+  const std::uint64_t generation = mRing.head().position.generation;
+
+  std::filesystem::remove(sharedPath(NotifierRing::NAME));
+
+  EXPECT_FALSE(publish(6, "after"));
+  EXPECT_NE(generation, mRing.head().position.generation);
+  EXPECT_EQ(1U, mRing.head().position.sequence);
+}
+
+TEST_F(ARing, IsNotWaitedForWhenItsWordHasChanged) {
+  publish(6, "");
+  const std::uint32_t word = mRing.head().word;
+
+  EXPECT_TRUE(mRing.wait(word + 1, std::chrono::hours(1)));
+  EXPECT_TRUE(mRing.wait(word, std::chrono::milliseconds(20)));
+}
+
+TEST_F(ARing, CannotBeWaitedForWhenItIsCutOrClosed) {
+  std::filesystem::resize_file(sharedPath(NotifierRing::NAME), 0);
+  EXPECT_FALSE(mRing.wait(0, std::chrono::hours(1)));
+
+  mRing.close();
+
+  EXPECT_FALSE(mRing.wait(0, std::chrono::hours(1)));
+  mRing.wake();
+}
