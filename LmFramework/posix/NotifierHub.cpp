@@ -2,6 +2,7 @@
 #include "LmFramework/posix/NotifierHub.h"
 
 #include <signal.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstddef>
@@ -169,6 +170,9 @@ bool NotifierHub::publish(unsigned id, const void* data, unsigned size) {
 void* NotifierHub::runThread(void* hub) {
   tIsDeliveryThread = true;
   static_cast<NotifierHub*>(hub)->deliver();
+  if (!tIsDeliveryThread) {
+    _exit(0);  // a child that an observer forked: it has no other thread, and the exit handlers are its parent's
+  }
   return nullptr;
 }
 
@@ -181,7 +185,7 @@ void NotifierHub::deliver() {
   }
 }
 
-// A child that an observer forked comes back here: it has no observers, so it ends here, too.
+// True also for a child that an observer forked and that comes back here: it has no observers.
 bool NotifierHub::endIfIdle() {
   const Lock lock(sMutex);
   if (!tIsDeliveryThread) {
