@@ -12,14 +12,19 @@ class LmObserver_;
 /// What one process publishes, an id with up to 64 bytes, reaches every observer of that id in every
 /// process, the publishing one included. All notifiers of a process share one delivery thread, which runs
 /// while any observer is registered; observers are called on it, one after the other, with no lock
-/// held, messages in the order in which they were published.
+/// held, messages in the order in which they were published. The thread has all signals blocked. What an
+/// observer throws ends in a log line.
 ///
 /// Messages stand in the ring "LmSharedMemNotifier" in the shared-memory folder. Nobody waits for a
 /// reader: one that falls more than the ring's length behind loses the oldest messages, and a log line of its
 /// process says how many. A process that is killed leaves the others working; what it was
 /// publishing at that moment may be lost, or arrive up to a second late.
 ///
-/// After fork() nothing is delivered in the child until it registers observers of its own.
+/// After fork() nothing is delivered in the child until it registers observers of its own. A child that an observer
+/// forks ends, as by _exit(0), when it returns from the notification.
+///
+/// The ring belongs to everybody who may write it. Cut short, overwritten or removed, it is made anew by the next
+/// publisher with one log line (without one when it was removed).
 class LM_FRAMEWORK_API LmSharedMemNotifier : private LmUncopyable {
  public:
   /// The longest message, in bytes.
@@ -33,10 +38,10 @@ class LM_FRAMEWORK_API LmSharedMemNotifier : private LmUncopyable {
   virtual ~LmSharedMemNotifier();
 
   /// Registers `observer`, which is borrowed, for the `count` ids at `ids`: it hears what is published from
-  /// now on. Adding it again adds to its ids.
+  /// now on. Adding it again adds to its ids. Added through two notifiers, it hears a message twice.
   /// @return false, and nothing changes, when `observer` or `ids` is null, `count` is 0, or the delivery thread
   ///         cannot be started; the last with a log line. A ring that cannot be opened is no failure: one log
-  ///         line, and it is tried again about once a second.
+  ///         line, and it is tried again about once a second; all that it then holds is delivered.
   /// @throw std::bad_alloc and nothing changes.
   bool AddObserver(LmObserver_* observer, const unsigned* ids, unsigned count);
 
@@ -47,7 +52,8 @@ class LM_FRAMEWORK_API LmSharedMemNotifier : private LmUncopyable {
 
   /// Publishes a change. `data` may be null when `size` is 0. Takes the ring's named lock; does not wait
   /// for any delivery.
-  /// @return false, with a log line, when `size` is over MAX_DATA_SIZE, or the ring cannot be opened or written.
+  /// @return false, with a log line, when `size` is over MAX_DATA_SIZE, `data` is null for another one than 0, or the
+  ///         ring cannot be opened or written.
   bool Publish(unsigned id, const void* data, unsigned size);
 };
 

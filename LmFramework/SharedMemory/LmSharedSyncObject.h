@@ -20,6 +20,9 @@ class NamedLock;
 /// but stopped is waited for. After fork() the parent still holds what it held, the child does not.
 /// A thread must give the lock back before it ends.
 ///
+/// What others do to the file neither crashes nor hangs anybody: garbage in it looks like a holder that died, and
+/// removed, it loses its exclusion for the hold in progress only.
+///
 /// Where the file cannot be opened (permissions, no descriptors left) there is one log line, and the lock
 /// still excludes the threads of this process, but no other process; each outermost lock() tries
 /// the file again.
