@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <string_view>
 
 namespace {
 
@@ -24,10 +25,10 @@ constexpr int MAX_READS = 4;
 
 // FNV-1a: it has to tell torn and random bytes from whole ones, not to withstand anybody.
 std::uint64_t checksum(const void* bytes, std::size_t size) {
-  const auto* byte = static_cast<const unsigned char*>(bytes);
+  const std::string_view text(static_cast<const char*>(bytes), size);
   std::uint64_t sum = 0xCBF29CE484222325;
-  for (std::size_t i = 0; i < size; ++i) {
-    sum = (sum ^ byte[i]) * 0x100000001B3;
+  for (const char byte : text) {
+    sum = (sum ^ static_cast<unsigned char>(byte)) * 0x100000001B3;
   }
   return sum;
 }
@@ -37,9 +38,11 @@ std::uint64_t newGeneration() {
   static std::atomic<std::uint32_t> made{0};
   timespec now = {};
   clock_gettime(CLOCK_REALTIME, &now);
-  const std::uint64_t parts[] = {static_cast<std::uint64_t>(now.tv_sec), static_cast<std::uint64_t>(now.tv_nsec),
-                                 static_cast<std::uint64_t>(getpid()), made.fetch_add(1, std::memory_order_relaxed)};
-  return checksum(parts, sizeof parts) | 1;
+  const std::uint64_t time =
+      static_cast<std::uint64_t>(now.tv_sec) * 1000000000 + static_cast<std::uint64_t>(now.tv_nsec);
+  const std::uint64_t process = static_cast<std::uint64_t>(getpid()) << 40;
+  const std::uint64_t count = made.fetch_add(2, std::memory_order_relaxed);
+  return ((time ^ process) + count * 0x9E3779B97F4A7C15) | 1;
 }
 
 std::uint64_t headCheckOf(const NotifierRingHeader& header) { return ~(header.head ^ header.generation); }
