@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef LMFRAMEWORK_LMOBSERVER__H
-#define LMFRAMEWORK_LMOBSERVER__H
+#ifndef LMFRAMEWORK_LMOBSERVERBASE_H
+#define LMFRAMEWORK_LMOBSERVERBASE_H
 
 #include "LmFramework/LmFrameworkExport.h"
 

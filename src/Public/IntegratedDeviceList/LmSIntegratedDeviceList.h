@@ -39,7 +39,7 @@ class LM_IDL_API LmSIntegratedDeviceList : public LmSingleton<LmSIntegratedDevic
   friend class LmSingleton<LmSIntegratedDeviceList>;
 
  public:
-  virtual ~LmSIntegratedDeviceList();
+  ~LmSIntegratedDeviceList() override;
 
   /// Sets up, once: finds out whether Bluetooth has to report before the list is started. Later calls do nothing.
   void initialize();

@@ -32,7 +32,7 @@ std::uint8_t readBtFunctionFlag() {
 }
 
 void fold(const IntegratedDevice& source, IntegratedDevice& target) {
-  static_cast<DeviceInfo&>(target) = source;
+  static_cast<DeviceInfo&>(target) = static_cast<const DeviceInfo&>(source);
   if (source.type == LmSIntegratedDeviceListDef::DEVICE_TYPE_CARPLAY) {
     target.cpDevice = source.cpDevice;
   } else if (source.type == LmSIntegratedDeviceListDef::DEVICE_TYPE_AAP) {

@@ -17,7 +17,7 @@ class SysDataFactory : public LmSingleton<SysDataFactory> {
   static constexpr unsigned IDL_SUFFIX_SLOT = 202;  // the only one that this system uses
 
   /// Deletes the access objects in the order of their slots.
-  virtual ~SysDataFactory();
+  ~SysDataFactory() override;
 
   /// The suffix file's access object; stays this factory's.
   SaveFileAccess* getIDLSuffixAccess();

@@ -10,7 +10,7 @@ class SysDataIDLSuffix : public LmSingleton<SysDataIDLSuffix> {
   friend class LmSingleton<SysDataIDLSuffix>;
 
  public:
-  virtual ~SysDataIDLSuffix();
+  ~SysDataIDLSuffix() override;
 
   LmSync& getMutex() { return mutex; }
 
