@@ -7,6 +7,7 @@
 #include <limits.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
@@ -25,7 +26,9 @@ class SegmentTest : public ::testing::Test {
     std::ifstream maps("/proc/self/maps");
     std::size_t found = 0;
     for (std::string line; std::getline(maps, line);) {
-      found += line.find("/dev/shm" + name) != std::string::npos ? 1 : 0;
+      if (line.find("/dev/shm" + name) != std::string::npos) {
+        ++found;
+      }
     }
     return found;
   }
@@ -41,7 +44,9 @@ class SegmentTest : public ::testing::Test {
       char target[PATH_MAX] = "";
       const std::string link = std::string("/proc/self/fd/") + static_cast<const char*>(entry->d_name);
       const ssize_t length = readlink(link.c_str(), target, sizeof target);
-      found += length > 0 && std::string(target, static_cast<std::size_t>(length)) == "/dev/shm" + name ? 1 : 0;
+      if (length > 0 && std::string(target, static_cast<std::size_t>(length)) == "/dev/shm" + name) {
+        ++found;
+      }
     }
     closedir(folder);
     return found;
