@@ -80,6 +80,7 @@ struct Pipe {
     ::putenv(text.data());
   }
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const std::string& word : command) {
     arguments.push_back(const_cast<char*>(word.c_str()));
   }
