@@ -16,7 +16,7 @@ class SaveFileAccess;
 class LM_FRAMEWORK_API SaveFileAccessFactory : public LmSingleton<SaveFileAccessFactory> {
  public:
   SaveFileAccessFactory();
-  virtual ~SaveFileAccessFactory();
+  ~SaveFileAccessFactory() override;
 
   /// Any thread may call this.
   /// @param name  the file's name in the folder: 1 to 240 bytes, no slash, no dot in front

@@ -40,20 +40,16 @@ class ErrnoKeeper {
 /// A line under construction, NUL-terminated; what does not fit is dropped.
 class Line {
  public:
-  void append(const char* format, ...) __attribute__((format(printf, 2, 3))) {
-    va_list arguments;
-    va_start(arguments, format);
-    appendList(format, arguments);
-    va_end(arguments);
-  }
+  char* end() { return mText + mLength; }
 
-  void appendList(const char* format, va_list arguments) __attribute__((format(printf, 2, 0))) {
-    const std::size_t space = sizeof mText - mLength;
-    const int wanted = std::vsnprintf(mText + mLength, space, format, arguments);
+  std::size_t space() const { return sizeof mText - mLength; }
+
+  /// Takes over what one of the printf family wanted to put into the space at the end.
+  void added(int wanted) {
     if (wanted < 0) {
       mText[mLength] = '\0';  // not to be formatted; the file and the line still say where to look
     } else {
-      mLength += std::min(static_cast<std::size_t>(wanted), space - 1);
+      mLength += std::min(static_cast<std::size_t>(wanted), space() - 1);
     }
   }
 
@@ -125,10 +121,11 @@ void printToSyslog(void* /*context*/, const char* line) { syslog(LOG_DEBUG, "%s"
 void LmDbgOutput::DbgPrint(const char* file, const char* function, int line, int tag, const char* format, ...) {
   const ErrnoKeeper keeper;
   Line text;
-  text.append("%s:%d %s [%d] ", orUnknown(file), line, orUnknown(function), tag);
+  text.added(
+      std::snprintf(text.end(), text.space(), "%s:%d %s [%d] ", orUnknown(file), line, orUnknown(function), tag));
   va_list arguments;
   va_start(arguments, format);
-  text.appendList(format, arguments);
+  text.added(std::vsnprintf(text.end(), text.space(), format, arguments));
   va_end(arguments);
   finish(text);
 
@@ -143,10 +140,10 @@ void LmDbgOutput::DbgPrint(const char* file, const char* function, int line, int
 void LmDbgOutput::DbgPrintStdErr(const char* file, const char* function, int line, const char* format, ...) {
   const ErrnoKeeper keeper;
   Line text;
-  text.append("%s:%d %s ", orUnknown(file), line, orUnknown(function));
+  text.added(std::snprintf(text.end(), text.space(), "%s:%d %s ", orUnknown(file), line, orUnknown(function)));
   va_list arguments;
   va_start(arguments, format);
-  text.appendList(format, arguments);
+  text.added(std::vsnprintf(text.end(), text.space(), format, arguments));
   va_end(arguments);
   finish(text);
 

@@ -8,15 +8,26 @@
 
 namespace {
 
-/// One registration. Never freed: the C library keeps one exit handler for each all the same.
+/// One registration. Never freed, since a thread may still be looking at it; the C library keeps one exit handler for
+/// each all the same.
 struct Registration {
   std::atomic<LmSingletonFinalizer::DestroyFunc> function;  // null once it has run, or has been registered anew
   Registration* older;
+  Registration* nextSpent;
 };
 
 // The newest registration that has not had its turn. Without a mutex, so that a child forked in the middle of a
 // registration can still exit.
 std::atomic<Registration*> newest{nullptr};
+
+// Those that have had it.
+std::atomic<Registration*> spent{nullptr};
+
+void push(std::atomic<Registration*>& head, Registration* registration, Registration* Registration::*next) {
+  registration->*next = head.load(std::memory_order_relaxed);
+  while (!head.compare_exchange_weak(registration->*next, registration, std::memory_order_acq_rel)) {
+  }
+}
 
 /// The exit handler of each registration. Handlers run in the reverse order of their registration, and so do the
 /// functions.
@@ -28,15 +39,10 @@ void runNewest() {
   if (registration == nullptr) {
     return;
   }
+  push(spent, registration, &Registration::nextSpent);
   const LmSingletonFinalizer::DestroyFunc function = registration->function.exchange(nullptr);
   if (function != nullptr) {
     function();
-  }
-}
-
-void push(Registration* registration) {
-  registration->older = newest.load(std::memory_order_relaxed);
-  while (!newest.compare_exchange_weak(registration->older, registration, std::memory_order_acq_rel)) {
   }
 }
 
@@ -56,6 +62,6 @@ void LmSingletonFinalizer::addDestroyFunc(DestroyFunc destroyFunc) {
     throw std::bad_alloc();
   }
   Registration* const pushed = registration.release();
-  push(pushed);
+  push(newest, pushed, &Registration::older);
   forgetOlder(pushed, destroyFunc);
 }

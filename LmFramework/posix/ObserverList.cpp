@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <exception>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -209,7 +211,10 @@ bool ObserverList::empty() const {
 }
 
 void ObserverList::resetAfterFork() noexcept {
-  State* const fresh = new State;
+  State* const fresh = new (std::nothrow) State;
+  if (fresh == nullptr) {
+    std::terminate();  // the child could neither use the list nor leave it alone
+  }
   fresh->abandoned = mState;
   mState = fresh;
 }

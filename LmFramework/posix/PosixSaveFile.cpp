@@ -266,7 +266,7 @@ std::string makeSuffix() {
   timespec now = {};
   clock_gettime(CLOCK_REALTIME, &now);
   std::uint64_t value = static_cast<std::uint64_t>(now.tv_nsec) * 2654435761U;
-  value += static_cast<std::uint64_t>(getpid()) * 40503U + counter.fetch_add(1) * 131U;
+  value += static_cast<std::uint64_t>(getpid()) * 40503U + std::uint64_t{counter.fetch_add(1)} * 131U;
   std::string suffix;
   for (std::size_t i = 0; i < SUFFIX_LENGTH; ++i) {
     constexpr std::size_t LETTER_COUNT = sizeof SUFFIX_LETTERS - 1;

@@ -15,7 +15,7 @@
 /// removes it. Whoever dies in the middle of a Flush leaves such a file at most.
 class PosixSaveFile : public SaveFileAccess {
  public:
-  static constexpr std::size_t MAX_SIZE = 1024 * 1024;
+  static constexpr std::size_t MAX_SIZE = std::size_t{1024} * 1024;
   static constexpr std::size_t MAX_NAME = 240;  // the temporary's name must fit into the 255 bytes of a file system
 
   /// An empty `folder` is one that could not be found out; every FOpen fails then, as with an unusable name.

@@ -40,7 +40,7 @@ std::string homeOf(uid_t user) {
 }  // namespace
 
 std::string saveFileFolderOf(uid_t user) {
-  const std::string chosen = fromEnvironment(FOLDER_VARIABLE);
+  std::string chosen = fromEnvironment(FOLDER_VARIABLE);
   if (!chosen.empty()) {
     return chosen;
   }
