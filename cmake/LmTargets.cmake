@@ -30,7 +30,10 @@ function(lm_shared_library name objects)
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR})
   # The finaliser and the fork handlers keep pointers into the library, so it must not be unloaded.
-  target_link_options(${name} PRIVATE -Wl,-z,nodelete -Wl,--no-undefined)
+  target_link_options(${name} PRIVATE -Wl,-z,nodelete)
+  if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")  # clang's runtime comes with the executable
+    target_link_options(${name} PRIVATE -Wl,--no-undefined)
+  endif()
 endfunction()
 
 # lm_install_package(NAME): targets, CMake package and pkg-config file of one library.

@@ -3,8 +3,8 @@
 
 #include <vector>
 
+#include "IntegratedDeviceList/CarPlayDefaults.h"
 #include "LmFramework/lm_strncpy.h"
-#include "simulator/CarPlayDefaults.h"
 
 namespace idl::bench {
 
@@ -33,7 +33,7 @@ std::size_t offsetOf(unsigned slot) {
 CpPublisher::CpPublisher() : mTable(wire::CARPLAY_SEGMENT, wire::CARPLAY_NOTIFICATION_ID) {}
 
 void CpPublisher::initialise() {
-  const wire::CarPlaySharedMemStruct table = carPlayDefaults();
+  const wire::CarPlaySharedMemStruct table = wire::carPlayDefaults();
   const LmSyncGuard guard(mTable.lock());
   mTable.write(0, &table, sizeof(table));
 }
