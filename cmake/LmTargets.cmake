@@ -19,7 +19,8 @@ function(lm_target_defaults target)
   target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64)
 endfunction()
 
-# lm_shared_library(NAME OBJECTS): the shared library made of the object library OBJECTS, which the tests link too.
+# lm_shared_library(NAME OBJECTS): the shared library made of the object library OBJECTS, which the tests link too. It exports
+# what NAME.map lists.
 function(lm_shared_library name objects)
   add_library(${name} SHARED)
   add_library(${name}::${name} ALIAS ${name})
@@ -30,7 +31,9 @@ function(lm_shared_library name objects)
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR})
   # The finaliser and the fork handlers keep pointers into the library, so it must not be unloaded.
-  target_link_options(${name} PRIVATE -Wl,-z,nodelete)
+  set(map ${CMAKE_CURRENT_SOURCE_DIR}/${name}.map)
+  target_link_options(${name} PRIVATE -Wl,-z,nodelete -Wl,--version-script=${map})
+  set_target_properties(${name} PROPERTIES LINK_DEPENDS ${map})
   if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")  # clang's runtime comes with the executable
     target_link_options(${name} PRIVATE -Wl,--no-undefined)
   endif()
