@@ -566,9 +566,16 @@ struct AWriterThatDies : ASaveFile {
     }
   }
 
-  bool temporaryExists() const {
+  /// Whether there is a temporary file that its writer has locked; before that it may be taken for a left-over.
+  bool isInTheMiddleOfASave() const {
     for (const std::string& name : names()) {
-      if (name[0] == '.') {
+      if (name[0] != '.') {
+        continue;
+      }
+      const int file = open((folder / name).c_str(), O_RDONLY | O_CLOEXEC);
+      const bool locked = file >= 0 && flock(file, LOCK_EX | LOCK_NB) != 0;
+      close(file);
+      if (locked) {
         return true;
       }
     }
@@ -602,15 +609,15 @@ TEST_F(AWriterThatDies, KeepsItsTemporaryFileUntilThen) {
     ASSERT_EQ(waitpid(child.pid(), &status, WUNTRACED), child.pid());
   };
   stop();
-  while (!temporaryExists() && std::chrono::steady_clock::now() < deadline) {
+  while (!isInTheMiddleOfASave() && std::chrono::steady_clock::now() < deadline) {
     child.signal(SIGCONT);
     std::this_thread::sleep_for(std::chrono::microseconds(300));
     stop();
   }
-  ASSERT_TRUE(temporaryExists()) << "the child was never stopped in the middle of a save";
+  ASSERT_TRUE(isInTheMiddleOfASave()) << "the child was never stopped in the middle of a save";
 
   EXPECT_TRUE(save(*access, "from another process" + std::string(SIZE, 'x')));
-  EXPECT_TRUE(temporaryExists());
+  EXPECT_TRUE(isInTheMiddleOfASave());
 
   child.signal(SIGKILL);
   ASSERT_EQ(child.wait(), -SIGKILL);
