@@ -115,6 +115,12 @@ std::vector<std::string> told(const List& list) {
   return texts;
 }
 
+/// Whether the suffix file has one record, of a phone with this Bluetooth id.
+bool holdsOnePhone(const SaveFolder& folder, char btid) {
+  const std::string file = folder.contents("IDLSuffix.ini");
+  return file.size() == 2630 && file[0] == 1 && file[1] == btid && file[263] == 0;
+}
+
 class AnyAllocation : public SegmentTest {
  protected:
   // The finalizer keeps one small registration for each singleton that was ever made: the list itself, and the three
@@ -281,6 +287,7 @@ TEST_F(AnyAllocation, ThatFailsInTheFirstRefreshLeavesTheStoredNumbersToBeLoaded
       onAnotherThread([this] { list->updateDeviceList(DEVICE_TYPE_BT); });
     }
     EXPECT_THAT(names(), ElementsAre("2 " + NAME + " 2"));
+    EXPECT_TRUE(holdsOnePhone(folder, 2));
     end();
     EXPECT_EQ(liveAllocations, before + 2 * MADE_WITH_A_STARTED_LIST);
   }

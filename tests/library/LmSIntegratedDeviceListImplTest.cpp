@@ -399,6 +399,25 @@ TEST_F(AMergedList, KeepsTheOrderOfTheTableForManyPhonesAtOnePort) {
   EXPECT_EQ(told(list()), expected);
 }
 
+TEST_F(AMergedList, KeepsTheOrderOfTheTablesForAsManyPhonesAsOnePortCanHave) {
+  std::vector<std::string> expected;
+  cpTable.connect(CONNECTED_WITH_USB_FLAG);
+  for (unsigned slot = 0; slot < 11; ++slot) {
+    const std::string name = std::string("Car") + static_cast<char>('a' + static_cast<char>(slot));
+    cpTable.phone(slot, 100 + slot, name, 0);
+    expected.push_back("1 " + name + " btid=255 port=1 suffix=1");
+  }
+  for (unsigned slot = 0; slot < 12; ++slot) {
+    const std::string name = std::string("Droid") + static_cast<char>('a' + static_cast<char>(slot));
+    aapTable.phone(slot, name, name, 255, 1);
+    expected.push_back("2 " + name + " btid=255 port=1 suffix=1");
+  }
+
+  refreshAll();
+
+  EXPECT_EQ(told(list()), expected);
+}
+
 TEST_F(AMergedList, KeepsTheOrderOfTheTableForPairingsOfOneId) {
   for (unsigned slot = 0; slot < 10; ++slot) {
     btTable.phone(slot, 3, std::string("Phone") + static_cast<char>('J' - static_cast<char>(slot)));
