@@ -49,6 +49,8 @@ function(lm_install_package name)
   write_basic_package_version_file(${name}ConfigVersion.cmake COMPATIBILITY SameMajorVersion)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}Config.cmake ${CMAKE_CURRENT_BINARY_DIR}/${name}ConfigVersion.cmake
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/${name} COMPONENT ${name}-dev)
+  # The way from the pkg-config file to the prefix, so that the whole can be moved; libdir may have several levels.
+  file(RELATIVE_PATH LM_PC_TO_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
   configure_file(${name}.pc.in ${name}.pc @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT ${name}-dev)
 endfunction()
