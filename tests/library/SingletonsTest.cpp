@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -124,6 +125,8 @@ struct Loading {
   std::string name;
   int flags;
 };
+
+void PrintTo(const Loading& loading, std::ostream* stream) { *stream << loading.name; }
 
 class SingletonsOfAProcessWithTwoLibraries : public Singletons, public testing::WithParamInterface<Loading> {
  protected:

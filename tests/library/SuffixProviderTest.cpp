@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ostream>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -599,10 +600,17 @@ class Model {
   List mTable;
 };
 
-class RandomLists : public testing::TestWithParam<NameFormatFunc> {
+struct Format {
+  std::string name;
+  NameFormatFunc function;
+};
+
+void PrintTo(const Format& format, std::ostream* stream) { *stream << format.name; }
+
+class RandomLists : public testing::TestWithParam<Format> {
  protected:
-  RandomLists() : model(GetParam()) {
-    provider.setFormat(GetParam());
+  RandomLists() : model(GetParam().function) {
+    provider.setFormat(GetParam().function);
     provider.start();
   }
 
@@ -655,11 +663,11 @@ TEST_P(RandomLists, AreNumberedAsTheModelSaysInWholePasses) {
   }
 }
 
-std::string formatName(const testing::TestParamInfo<NameFormatFunc>& info) {
-  static const char* const names[] = {"BuiltInFormat", "FormatWithHash", "FormatThatHalves", "FormatWithoutNumber"};
-  return names[info.index];
-}
+std::string formatName(const testing::TestParamInfo<Format>& info) { return info.param.name; }
 
-INSTANTIATE_TEST_SUITE_P(Formats, RandomLists, testing::Values(nullptr, &hashed, &halved, &numberless), formatName);
+INSTANTIATE_TEST_SUITE_P(Formats, RandomLists,
+                         testing::Values(Format{"BuiltIn", nullptr}, Format{"WithHash", &hashed},
+                                         Format{"ThatHalves", &halved}, Format{"WithoutNumber", &numberless}),
+                         formatName);
 
 }  // namespace
