@@ -165,8 +165,10 @@ TEST(AnIntegratedDevice, IsCopiedMemberByMember) {
   expectEqual(copies[1], filled());
   expectEqual(assigned, filled());
   expectEqual(original, filled());
-  EXPECT_EQ(typeid(copies[0].btDevice), typeid(BtPairedDevice));
-  EXPECT_EQ(typeid(copies[0].aapDevice), typeid(AapDevice));
+  const BtPairedDevice& btDevice = copies[0].btDevice;
+  const AapDevice& aapDevice = copies[0].aapDevice;
+  EXPECT_EQ(typeid(btDevice), typeid(BtPairedDevice));
+  EXPECT_EQ(typeid(aapDevice), typeid(AapDevice));
 }
 
 TEST(AnIntegratedDevice, CopiesTheCarPlayRecordWithItsTrailingBytes) {

@@ -81,7 +81,13 @@ class ASegmentClass : public SegmentTest {
 
 using SegmentClasses =
     ::testing::Types<FuncInfoSharedMem, BtPairedDeviceListSharedMem, CarPlayInfoSharedMem, AapDeviceListSharedMem>;
-TYPED_TEST_SUITE(ASegmentClass, SegmentClasses);
+struct SegmentNames {
+  template <class SegmentClass>
+  static std::string GetName(int /*position*/) {
+    return Expected<SegmentClass>::NAME + 1;
+  }
+};
+TYPED_TEST_SUITE(ASegmentClass, SegmentClasses, SegmentNames);
 
 TYPED_TEST(ASegmentClass, HasTheSizesOfItsFormat) {
   using Format = Expected<TypeParam>;

@@ -90,7 +90,8 @@ std::string SystemCallRecorder::nameOf(int fd) const { return fd == mFd && fd !=
 // one call; which of them the objects use depends on the machine and on the width of its file offsets.
 
 #define LM_REAL(symbol) asm("__real_" symbol)
-#define LM_WRAP(symbol) asm("__wrap_" symbol)
+// Visible, because libraries that refer to a wrapped symbol make the linker look at them; they keep the C library's.
+#define LM_WRAP(symbol) asm("__wrap_" symbol) __attribute__((visibility("default")))
 
 extern "C" {
 

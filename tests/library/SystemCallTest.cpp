@@ -150,7 +150,13 @@ class EverySegment : public SegmentTest {
 
 using SegmentClasses =
     ::testing::Types<FuncInfoSharedMem, BtPairedDeviceListSharedMem, AapDeviceListSharedMem, CarPlayInfoSharedMem>;
-TYPED_TEST_SUITE(EverySegment, SegmentClasses);
+struct SegmentNames {
+  template <class SegmentClass>
+  static std::string GetName(int /*position*/) {
+    return formatOf<SegmentClass>().name.substr(1);
+  }
+};
+TYPED_TEST_SUITE(EverySegment, SegmentClasses, SegmentNames);
 
 TYPED_TEST(EverySegment, MakesTheseCallsToCreate) {
   {
