@@ -7,8 +7,8 @@
 
 #include <cstddef>
 #include <cstring>
-#include <initializer_list>
 #include <type_traits>
+#include <vector>
 
 #include "AapDeviceListSharedMem.h"
 #include "AapIntegratedDeviceList.h"
@@ -69,13 +69,9 @@ std::size_t slotCount() {
   return slotOf(&Derived::added);
 }
 
-void expectAscending(std::initializer_list<std::size_t> offsets) {
-  const std::size_t* previous = nullptr;
-  for (const std::size_t& offset : offsets) {
-    if (previous != nullptr) {
-      EXPECT_LT(*previous, offset) << "member " << &offset - offsets.begin();
-    }
-    previous = &offset;
+void expectAscending(const std::vector<std::size_t>& offsets) {
+  for (std::size_t i = 1; i < offsets.size(); ++i) {
+    EXPECT_LT(offsets[i - 1], offsets[i]) << "member " << i;
   }
 }
 
