@@ -51,7 +51,8 @@ class LM_FRAMEWORK_API LmSingleton : private LmUncopyable {
     return instance;
   }
 
-  /// Deletes the instance, if there is one; the next getInstance() makes a new one. Nobody may use
+  /// Deletes the instance, if there is one; the next getInstance() makes a new one, also when T's
+  /// destructor calls it. Nobody may use
   /// the instance any more: no lock is taken.
   [[gnu::noinline]] static void destroy() { delete sInstance.exchange(nullptr, std::memory_order_acq_rel); }
 

@@ -41,6 +41,8 @@ template <class T, unsigned N>
 class LmSharedMemory : public LmSharedSyncObject {
   static_assert(std::is_trivially_copyable_v<T>, "a record in shared memory has no life of its own");
 
+  static_assert(sizeof(off_t) == 8, "compile with _FILE_OFFSET_BITS=64, as the library is");
+
   struct Segment {
     std::uint32_t dataSize;
     T payload[N];
@@ -54,6 +56,7 @@ class LmSharedMemory : public LmSharedSyncObject {
   /// `name` is the bare name, without a slash; object and lock share it.
   /// @throw std::bad_alloc
   explicit LmSharedMemory(const char* name) : LmSharedSyncObject(name) {
+    static_assert(offsetof(Segment, payload) == DATA_OFFSET);
     LmSyncGuard guard(*this);
     LmString objectName("/", LmString::EN_CP_UTF8);
     objectName += LmString(name, LmString::EN_CP_UTF8);
@@ -62,7 +65,7 @@ class LmSharedMemory : public LmSharedSyncObject {
     }
     address = ::mmap(nullptr, SEGMENT_SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     if (address == MAP_FAILED) {
-      logError(151, "mmap error\n");
+      LmDbgOutput::DbgPrintStdErr(FILE_TEXT, FUNCTION, 151, "mmap error\n");
       return;
     }
     const std::uint32_t dataSize = DATA_SIZE;
@@ -105,8 +108,14 @@ class LmSharedMemory : public LmSharedSyncObject {
       if (count < 0 && errno == EINTR) {
         continue;
       }
-      if (count <= 0) {
-        logShortfall(__LINE__, count == 0 ? "segment too small\n" : "pread error\n");
+      if (count < 0) {
+        if (isFirstShortfall()) {
+          LmDbgOutput::DbgPrintStdErr(FILE_TEXT, FUNCTION, __LINE__, "pread error\n");
+        }
+        break;
+      }
+      if (count == 0) {
+        logTooSmall();
         break;
       }
       done += static_cast<std::size_t>(count);
@@ -122,8 +131,14 @@ class LmSharedMemory : public LmSharedSyncObject {
     if (address == MAP_FAILED) {
       return false;
     }
-    if (::fstat(fd, &status) != 0 || status.st_size < static_cast<off_t>(offset + size)) {
-      logShortfall(__LINE__, "segment too small\n");
+    if (::fstat(fd, &status) != 0) {
+      if (isFirstShortfall()) {
+        LmDbgOutput::DbgPrintStdErr(FILE_TEXT, FUNCTION, __LINE__, "fstat error\n");
+      }
+      return false;
+    }
+    if (status.st_size < static_cast<off_t>(offset + size)) {
+      logTooSmall();
       return false;
     }
     std::size_t done = 0;
@@ -134,7 +149,9 @@ class LmSharedMemory : public LmSharedSyncObject {
         continue;
       }
       if (count <= 0) {
-        logShortfall(__LINE__, "pwrite error\n");
+        if (isFirstShortfall()) {
+          LmDbgOutput::DbgPrintStdErr(FILE_TEXT, FUNCTION, __LINE__, "pwrite error\n");
+        }
         return false;
       }
       done += static_cast<std::size_t>(count);
@@ -145,15 +162,20 @@ class LmSharedMemory : public LmSharedSyncObject {
  private:
   static constexpr mode_t MODE = 0664;
 
-  static void logError(int line, const char* message) {
-    LmDbgOutput::DbgPrintStdErr("LmFramework/SharedMemory/LmSharedMemory", "LmSharedMemory", line, "%s", message);
+  // Of every log line, wherever this header lies.
+  static constexpr char FILE_TEXT[] = "LmFramework/SharedMemory/LmSharedMemory";
+  static constexpr char FUNCTION[] = "LmSharedMemory";
+
+  // One line for each object: a table that stays short is read at every refresh.
+  bool isFirstShortfall() const {
+    const bool isFirst = !shortfallLogged;
+    shortfallLogged = true;
+    return isFirst;
   }
 
-  // Once for each object: a table that stays short is read at every refresh.
-  void logShortfall(int line, const char* message) const {
-    if (!shortfallLogged) {
-      shortfallLogged = true;
-      logError(line, message);
+  void logTooSmall() const {
+    if (isFirstShortfall()) {
+      LmDbgOutput::DbgPrintStdErr(FILE_TEXT, FUNCTION, __LINE__, "segment too small\n");
     }
   }
 
@@ -165,14 +187,14 @@ class LmSharedMemory : public LmSharedSyncObject {
     } else if (errno == EEXIST) {
       attach(objectName);
     } else {
-      logError(122, "shm_open error\n");
+      LmDbgOutput::DbgPrintStdErr(FILE_TEXT, FUNCTION, 122, "shm_open error\n");
       return false;
     }
     if (created) {
       ::fchmod(fd, MODE);  // whatever the umask took; fails only where another user died creating it
       if (::ftruncate(fd, static_cast<off_t>(SEGMENT_SIZE)) == -1) {
         shortfallLogged = true;  // this line says it
-        logError(135, "ftruncate error\n");
+        LmDbgOutput::DbgPrintStdErr(FILE_TEXT, FUNCTION, 135, "ftruncate error\n");
       }
     }
     return true;
@@ -183,7 +205,9 @@ class LmSharedMemory : public LmSharedSyncObject {
     if (fd == -1 && errno == EACCES) {
       fd = ::shm_open(objectName, O_RDWR, MODE);  // fs.protected_regular forbids O_CREAT on another user's object
     }
-    // Sizing is done under the lock that we hold: an object without any length has lost its creator before that.
+    // Sizing is done under the lock that we hold: an object without any length has lost its creator before that. Where
+    // the lock excludes no other process, which it has logged, this may be a creator at work: both then zero a new
+    // table.
     struct stat status = {};
     created = fd != -1 && ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0;
   }

@@ -27,7 +27,9 @@ constexpr CarPlayDefault CARPLAY_DEFAULTS[] = {
     {7864, 4, 0xFFFFFFFF}, {8044, 2, 7000},      {8046, 1, 1},   {11220, 4, 44100},
 };
 
-/// A new resource's payload: no phones, the values above, and the flag `initialised`.
+/// A new resource's payload: no phones, the values above, and the flag `initialised`. Where the flag of an existing
+/// resource is 0, the 32-bit word at 5120 of the segment keeps its value and is copied to 5124, and the flag is written
+/// last.
 inline CarPlaySharedMemStruct carPlayDefaults() {
   constexpr std::size_t PAYLOAD_OFFSET = 8;
   CarPlaySharedMemStruct payload = {};

@@ -17,7 +17,8 @@ class LmSIntegratedDeviceListImpl;
 /// thread with the list locked, and its results are compared with each other. It must not call the list.
 using NameFormatFunc = std::string (*)(const std::string& name, unsigned char suffix);
 
-/// The list of all phones that the unit knows: one record for each, in a fixed order, with names that differ.
+/// The list of all phones that the unit knows: one record for each, in a fixed order, under names that can be told
+/// apart.
 ///
 ///     LmSIntegratedDeviceList* list = LmSIntegratedDeviceList::getInstance();
 ///     list->initialize();
@@ -30,9 +31,12 @@ using NameFormatFunc = std::string (*)(const std::string& name, unsigned char su
 /// phones keep theirs over restarts.
 ///
 /// Any thread may call any function; one mutex serialises them, so each waits for whatever another one is doing, the
-/// saving of a file included. All work is done on the caller's thread. Bad tables never fail: they yield fewer phones.
-/// Only std::bad_alloc and what a format function throws leave a function; the list and the numbers are then still
-/// those of the last complete refresh, and the next call works.
+/// saving of a file included, and for whoever holds a table's lock. All work is done on the caller's thread. Bad tables
+/// never fail: what cannot be read is not listed. Only std::bad_alloc and what a format function throws leave a
+/// function; the list and the numbers are then still those of the last complete refresh, and the next call works.
+///
+/// A Bluetooth table that its service has not written yet reads as ten nameless phones, and a list that is started by
+/// another source than Bluetooth forgets the stored numbers at its first save: see initialize() and "FuncInfo".
 ///
 /// The instance is destroyed at exit, when no thread may be calling it any more.
 class LM_IDL_API LmSIntegratedDeviceList : public LmSingleton<LmSIntegratedDeviceList> {
@@ -50,7 +54,8 @@ class LM_IDL_API LmSIntegratedDeviceList : public LmSingleton<LmSIntegratedDevic
   void updateDeviceList(LmSIntegratedDeviceListDef::DeviceType type);
 
   /// Replaces `list` by a copy of the list as of the last refresh.
-  /// @return false, and `list` is untouched, when the list is not started yet.
+  /// @return false, and `list` is untouched, when the list is not started yet. After std::bad_alloc `list` may hold
+  ///         records of both, the old list and the new one.
   bool getDeviceList(std::vector<LmSIntegratedDeviceListDef::IntegratedDevice>& list);
 
   /// Chooses how names are displayed; null means the built-in way: "Phone", "Phone 2", "Phone 3". Takes effect only

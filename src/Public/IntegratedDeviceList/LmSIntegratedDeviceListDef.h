@@ -36,15 +36,15 @@ struct LM_IDL_API DeviceInfo {
   std::uint8_t btid = BTID_NONE;     // Bluetooth pairing id; BTID_NONE: not paired
   std::int32_t port = 0;             // USB port; 0: not connected by USB
   std::uint8_t session = 0;          // session number at its source; 0: none
-  std::uint64_t cpDeviceId = 0;      // CarPlay's identifier of the phone; 0: no CarPlay record
-  std::string aapId;                 // Android Auto's identifier of the phone; empty: no Android Auto record
-  std::uint8_t suffix = 0;           // number among phones of the same name, from 1; 0: none
+  std::uint64_t cpDeviceId = 0;      // CarPlay's identifier of the phone where `type` is CarPlay's, else 0
+  std::string aapId;        // Android Auto's identifier of the phone where `type` is Android Auto's, else empty
+  std::uint8_t suffix = 0;  // number among phones of the same name, from 1; 0: none
 };
 
 /// One phone: the header above, and what each source says about it.
 ///
-/// All three source records are always there. Those of sources that do not know the phone have their defaults; they
-/// keep the source's own name, without a suffix number.
+/// All three source records are always there; those of sources that do not know the phone have their defaults. A source
+/// record keeps its source's own name, without a suffix number, and stays when a later source is merged in.
 struct LM_IDL_API IntegratedDevice : DeviceInfo {
   IntegratedDevice();
   IntegratedDevice(const IntegratedDevice&);

@@ -5,6 +5,7 @@
 
 #include "AapDeviceListSharedMem.h"
 #include "FixedText.h"
+#include "SlotTable.h"
 
 namespace {
 
@@ -33,11 +34,7 @@ AapIntegratedDeviceList::~AapIntegratedDeviceList() {
 void AapIntegratedDeviceList::getFunctionDeviceList(std::vector<AapDevice>& out) {
   out.clear();
   idl::wire::AapDeviceList table;
-  std::size_t count = 0;
-  {
-    LmSyncGuard guard(*sharedMem);
-    count = sharedMem->read(AapDeviceListSharedMem::DATA_OFFSET, &table, sizeof(table)) / sizeof(AapSlot);
-  }
+  const std::size_t count = readSlots(*sharedMem, table);
   out.reserve(count);
   for (std::size_t k = 0; k < count; ++k) {
     if (!fixedText(table.slots[k].id).empty()) {

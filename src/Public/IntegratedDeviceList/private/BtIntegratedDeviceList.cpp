@@ -5,6 +5,7 @@
 
 #include "BtPairedDeviceListSharedMem.h"
 #include "FixedText.h"
+#include "SlotTable.h"
 
 namespace {
 
@@ -34,11 +35,7 @@ BtIntegratedDeviceList::~BtIntegratedDeviceList() {
 void BtIntegratedDeviceList::getFunctionDeviceList(std::vector<BtPairedDevice>& out) {
   out.clear();
   idl::wire::BtPairedDeviceList table;
-  std::size_t count = 0;
-  {
-    LmSyncGuard guard(*sharedMem);
-    count = sharedMem->read(BtPairedDeviceListSharedMem::DATA_OFFSET, &table, sizeof(table)) / sizeof(BtSlot);
-  }
+  const std::size_t count = readSlots(*sharedMem, table);
   out.reserve(count);
   for (std::size_t k = 0; k < count; ++k) {
     if (table.slots[k].id != BtPairedDevice::ID_NONE) {

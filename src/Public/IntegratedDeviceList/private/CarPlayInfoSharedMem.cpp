@@ -21,8 +21,13 @@ CarPlayInfoSharedMem::CarPlayInfoSharedMem()
     : LmSharedMemory(idl::wire::CARPLAY_SEGMENT), notifier(false), observer(this, &CarPlayInfoSharedMem::update) {
   const unsigned ids[] = {idl::wire::CARPLAY_NOTIFICATION_ID};
   notifier.AddObserver(&observer, ids, 1);
-  if (data() != nullptr) {
-    initialiseDefaults();
+  try {
+    if (data() != nullptr) {
+      initialiseDefaults();
+    }
+  } catch (...) {  // this port's lock throws nothing, another framework's may
+    notifier.RemoveObserver(&observer);
+    throw;
   }
 }
 

@@ -31,6 +31,22 @@ std::uint8_t readBtFunctionFlag() {
   return flag;
 }
 
+bool isSource(LmSIntegratedDeviceListDef::DeviceType type) {
+  return type == LmSIntegratedDeviceListDef::DEVICE_TYPE_BT ||
+         type == LmSIntegratedDeviceListDef::DEVICE_TYPE_CARPLAY || type == LmSIntegratedDeviceListDef::DEVICE_TYPE_AAP;
+}
+
+std::uint32_t bitOf(LmSIntegratedDeviceListDef::DeviceType type) { return std::uint32_t{1} << type; }
+
+// Reads the source that `type` names if its bit is set in `unread`, and clears the bit once that has succeeded.
+template <class Adapter>
+void readIfUnread(LmSIntegratedDeviceListDef::DeviceType type, Adapter& adapter, std::uint32_t& unread) {
+  if ((unread & bitOf(type)) != 0) {
+    adapter.updateDeviceList();
+    unread &= ~bitOf(type);
+  }
+}
+
 void fold(const IntegratedDevice& source, IntegratedDevice& target) {
   static_cast<DeviceInfo&>(target) = static_cast<const DeviceInfo&>(source);
   if (source.type == LmSIntegratedDeviceListDef::DEVICE_TYPE_CARPLAY) {
@@ -53,7 +69,8 @@ LmSIntegratedDeviceListImpl::LmSIntegratedDeviceListImpl()
       btAdapter(nullptr),
       cpAdapter(nullptr),
       aapAdapter(nullptr),
-      suffixProvider(nullptr) {
+      suffixProvider(nullptr),
+      unread(0) {
   auto bt = std::make_unique<BtIntegratedDeviceList>();
   auto cp = std::make_unique<CpIntegratedDeviceList>();
   auto aap = std::make_unique<AapIntegratedDeviceList>();
@@ -91,19 +108,11 @@ void LmSIntegratedDeviceListImpl::updateDeviceList(DeviceType type) {
     LmDbgOutput::DbgPrint(FILE_NAME, "updateDeviceList", __LINE__, LOG_TAG, "not initialized.\n");
     return;
   }
-  switch (type) {
-    case LmSIntegratedDeviceListDef::DEVICE_TYPE_BT:
-      btAdapter->updateDeviceList();
-      break;
-    case LmSIntegratedDeviceListDef::DEVICE_TYPE_CARPLAY:
-      cpAdapter->updateDeviceList();
-      break;
-    case LmSIntegratedDeviceListDef::DEVICE_TYPE_AAP:
-      aapAdapter->updateDeviceList();
-      break;
-    default:
-      return;
+  if (!isSource(type)) {
+    return;
   }
+  unread |= bitOf(type);
+  readSources();
   if (!started) {
     tryStart(type);
   }
@@ -119,6 +128,13 @@ void LmSIntegratedDeviceListImpl::updateDeviceList(DeviceType type) {
     mergedList.swap(lastList);
     throw;
   }
+}
+
+// An adapter whose reading threw has half a list; merged as it is, it would cost the missing phones their numbers.
+void LmSIntegratedDeviceListImpl::readSources() {
+  readIfUnread(LmSIntegratedDeviceListDef::DEVICE_TYPE_BT, *btAdapter, unread);
+  readIfUnread(LmSIntegratedDeviceListDef::DEVICE_TYPE_CARPLAY, *cpAdapter, unread);
+  readIfUnread(LmSIntegratedDeviceListDef::DEVICE_TYPE_AAP, *aapAdapter, unread);
 }
 
 bool LmSIntegratedDeviceListImpl::getDeviceList(std::vector<IntegratedDevice>& list) {

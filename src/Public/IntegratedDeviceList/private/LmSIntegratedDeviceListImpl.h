@@ -2,6 +2,7 @@
 #ifndef INTEGRATEDDEVICELIST_PRIVATE_LMSINTEGRATEDDEVICELISTIMPL_H
 #define INTEGRATEDDEVICELIST_PRIVATE_LMSINTEGRATEDDEVICELISTIMPL_H
 
+#include <cstdint>
 #include <set>
 #include <vector>
 
@@ -55,6 +56,8 @@ class LmSIntegratedDeviceListImpl {
                            std::vector<IntegratedDevice>& unmatched);
 
  private:
+  void readSources();
+
   LmSync mutex;
   bool initialized;
   bool started;
@@ -64,6 +67,7 @@ class LmSIntegratedDeviceListImpl {
   AapIntegratedDeviceList* aapAdapter;
   std::vector<IntegratedDevice> mergedList;
   SuffixProvider* suffixProvider;
+  std::uint32_t unread;  // one bit for each source to read before the next merge: one whose reading threw is read again
 };
 
 #endif

@@ -46,6 +46,7 @@ class SuffixProvider {
   void assignSuffixNumber();
 
   /// Writes numbers and displayed names into `list`, which must be as long as the table; otherwise nothing happens.
+  /// Once for each list: it takes the names that it finds for the phones' own.
   void applySuffix(std::vector<IntegratedDevice>& list);
 
   std::string makeSuffixedName(const std::string& name, unsigned char suffix);

@@ -51,7 +51,12 @@ void accessFile(Transfer transfer) {
   }
   // The results are the file service's to report: there is nothing to do about them here.
   access->FOpen();
-  transfer(*access);
+  try {
+    transfer(*access);
+  } catch (...) {
+    access->FClose();
+    throw;
+  }
   access->FClose();
 }
 
