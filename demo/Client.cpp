@@ -17,9 +17,9 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
-#include <deque>
 #include <iostream>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -52,12 +52,12 @@ constexpr std::array<SourceEntry, 3> SOURCES = {{
 
 /// What the notifier's delivery thread leaves for the main thread, which alone refreshes: a refresh may wait for a
 /// table's lock and save a file, and the delivery thread is everybody's.
+///
+/// Of each source only the last change counts: however far behind the client is, it refreshes each source once.
 class ChangeQueue {
  public:
-  struct Change {
-    unsigned id;
-    std::uint32_t number;
-  };
+  /// For each of SOURCES the number of its last change; none where nothing has changed.
+  using Changes = std::array<std::optional<std::uint32_t>, SOURCES.size()>;
 
   ChangeQueue() : mNotifier(false), mObserver(this, &ChangeQueue::update) {
     if (::pipe2(mWake.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
@@ -86,11 +86,11 @@ class ChangeQueue {
   /// Becomes readable when there is something to take.
   int wakeFd() const { return mWake[0]; }
 
-  std::deque<Change> takeAll() {
+  Changes takeAll() {
     char bytes[64];
     while (::read(mWake[0], bytes, sizeof(bytes)) > 0) {
     }
-    std::deque<Change> changes;
+    Changes changes;
     const std::lock_guard<std::mutex> guard(mMutex);
     changes.swap(mChanges);
     return changes;
@@ -99,13 +99,15 @@ class ChangeQueue {
  private:
   // On the delivery thread.
   unsigned update(unsigned id, void* data, unsigned size) {
-    Change change = {id, 0};
-    if (size == sizeof(change.number)) {
-      std::memcpy(&change.number, data, sizeof(change.number));
+    std::uint32_t number = 0;
+    if (size == sizeof(number)) {
+      std::memcpy(&number, data, sizeof(number));
     }
-    {
-      const std::lock_guard<std::mutex> guard(mMutex);
-      mChanges.push_back(change);
+    for (std::size_t i = 0; i < SOURCES.size(); ++i) {
+      if (SOURCES[i].notificationId == id) {
+        const std::lock_guard<std::mutex> guard(mMutex);
+        mChanges[i] = number;
+      }
     }
     // A full pipe is as good: the main thread has been woken then.
     [[maybe_unused]] const ssize_t ignored = ::write(mWake[1], "", 1);
@@ -114,7 +116,7 @@ class ChangeQueue {
 
   std::array<int, 2> mWake = {-1, -1};
   std::mutex mMutex;
-  std::deque<Change> mChanges;  // guarded by mMutex
+  Changes mChanges;  // guarded by mMutex
   LmSharedMemNotifier mNotifier;
   LmObserver<ChangeQueue> mObserver;
 };
@@ -148,10 +150,10 @@ void obey(const std::string& request) {
   std::cerr << "demo-client: unknown request: " << request << std::endl;
 }
 
-void follow(const ChangeQueue::Change& change) {
-  for (const SourceEntry& source : SOURCES) {
-    if (change.id == source.notificationId) {
-      refresh(source, change.number);
+void follow(const ChangeQueue::Changes& changes) {
+  for (std::size_t i = 0; i < SOURCES.size(); ++i) {
+    if (changes[i]) {
+      refresh(SOURCES[i], *changes[i]);
     }
   }
 }
@@ -175,9 +177,7 @@ int run() {
       }
       return 1;
     }
-    for (const ChangeQueue::Change& change : queue.takeAll()) {
-      follow(change);
-    }
+    follow(queue.takeAll());
     if (ready[0].revents != 0) {
       if (!requests.fill(STDIN_FILENO)) {
         return 0;
