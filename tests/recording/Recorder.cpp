@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "recording/Recorder.h"
 
+#include <filesystem>
+#include <system_error>
+
 #include "LmFramework/LmObserver_.h"
 #include "recording/RecorderState.h"
 
@@ -92,6 +95,15 @@ std::string Recorder::saveFile(const std::string& name) {
   RecorderState& state = RecorderState::get();
   const std::lock_guard<std::mutex> lock(state.guard);
   return state.saveFiles[name];
+}
+
+void Recorder::transfer(const char* call, int fd, unsigned long long size, unsigned long long offset) {
+  static const std::string FOLDER = "/dev/shm/";
+  std::error_code error;
+  const std::string path = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd), error).string();
+  const std::string name = path.compare(0, FOLDER.size(), FOLDER) == 0 ? path.substr(FOLDER.size()) : path;
+  RecorderState::get().record(
+      TRANSFER, std::string(call) + " " + name + " " + std::to_string(size) + "@" + std::to_string(offset));
 }
 
 void Recorder::notify(unsigned id, void* data, unsigned size) {

@@ -24,6 +24,7 @@
 ///     addDestroyFunc NAME       run NAME
 ///     Create IDLSuffix.ini r+   FOpen, Read 2630 at 0, Write 2630 at 0, Seek 0 0, Flush, FClose    delete
 ///     IDLSuffix.ini
+///     pread Table 1120@4        pwrite Table 4@0
 ///
 /// Any thread may call anything here.
 class __attribute__((visibility("default"))) Recorder {
@@ -39,6 +40,7 @@ class __attribute__((visibility("default"))) Recorder {
     OBSERVER = 128,  // observers' ends and the notifier's calls
     FINALIZER = 256,
     SAVE_FILE = 512,
+    TRANSFER = 1024,  // pread and pwrite of segments, in a program that wraps them
     EVERYTHING_BUT_TEXT_COPY = 1023 - TEXT_COPY,
   };
 
@@ -48,6 +50,7 @@ class __attribute__((visibility("default"))) Recorder {
     std::string function;
     int line;
     int tag;
+    std::string format;  // as it was passed
     std::string message;
   };
 
@@ -58,6 +61,7 @@ class __attribute__((visibility("default"))) Recorder {
     int readsAtMost = 1 << 20;  // bytes
     bool writes = true;
     bool flushes = true;
+    std::string throwsIn;  // the name of the call that throws std::bad_alloc, if any
   };
 
   Recorder() = delete;
@@ -84,6 +88,9 @@ class __attribute__((visibility("default"))) Recorder {
   static void script(const SaveFileScript& script);
   static void putSaveFile(const std::string& name, const std::string& bytes);
   static std::string saveFile(const std::string& name);
+
+  /// Takes a pread or a pwrite of a descriptor into the record.
+  static void transfer(const char* call, int fd, unsigned long long size, unsigned long long offset);
 
   /// Calls the observers that are registered for `id` at any notifier.
   static void notify(unsigned id, void* data, unsigned size);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "LmFramework/LmSingletonFinalizer.h"
@@ -20,6 +21,12 @@ Recorder::SaveFileScript script() {
   RecorderState& state = RecorderState::get();
   const std::lock_guard<std::mutex> lock(state.guard);
   return state.script;
+}
+
+void throwIf(const std::string& call) {
+  if (script().throwsIn == call) {
+    throw std::bad_alloc();
+  }
 }
 
 /// A save file in memory that does what the script says.
@@ -43,6 +50,7 @@ class RecordingSaveFile : public SaveFileAccess {
 
   int Read(void* buffer, unsigned size) override {
     record("Read " + std::to_string(size) + " at " + std::to_string(mOffset));
+    throwIf("Read");
     const std::size_t count = std::min(
         {static_cast<std::size_t>(size), mImage.size() - mOffset, static_cast<std::size_t>(script().readsAtMost)});
     std::memcpy(buffer, mImage.data() + mOffset, count);
@@ -52,6 +60,7 @@ class RecordingSaveFile : public SaveFileAccess {
 
   int Write(const void* buffer, unsigned size) override {
     record("Write " + std::to_string(size) + " at " + std::to_string(mOffset));
+    throwIf("Write");
     if (!script().writes) {
       return -1;
     }
@@ -69,6 +78,7 @@ class RecordingSaveFile : public SaveFileAccess {
 
   bool Flush() override {
     record("Flush");
+    throwIf("Flush");
     if (script().flushes) {
       Recorder::putSaveFile(mName, mImage);
     }

@@ -61,14 +61,14 @@ char* lm_strncpy(char* destination, const char* source, std::size_t bound) {
 void LmDbgOutput::DbgPrint(const char* file, const char* function, int line, int tag, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  print({false, file, function, line, tag, formatted(format, arguments)});
+  print({false, file, function, line, tag, format, formatted(format, arguments)});
   va_end(arguments);
 }
 
 void LmDbgOutput::DbgPrintStdErr(const char* file, const char* function, int line, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  print({true, file, function, line, 0, formatted(format, arguments)});
+  print({true, file, function, line, 0, format, formatted(format, arguments)});
   va_end(arguments);
 }
 

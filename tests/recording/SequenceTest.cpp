@@ -7,7 +7,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -18,6 +20,8 @@
 #include "CarPlayInfoSharedMem.h"
 #include "CpIntegratedDeviceList.h"
 #include "FuncInfoSharedMem.h"
+#include "IntegratedDeviceList/AapDevice.h"
+#include "IntegratedDeviceList/BtPairedDevice.h"
 #include "IntegratedDeviceList/LmSIntegratedDeviceList.h"
 #include "LmFramework/SaveFileAccessFactory.h"
 #include "LmSIntegratedDeviceListImpl.h"
@@ -137,13 +141,20 @@ DeviceInfo pairedPhone(std::uint8_t btid, const std::string& name, std::uint8_t 
 }
 
 void expectLogLine(const Recorder::LogLine& line, const std::string& file, const std::string& function,
-                   const std::string& message) {
+                   const std::string& message, const std::string& format) {
   EXPECT_FALSE(line.standardError);
   EXPECT_EQ(line.file, file);
   EXPECT_EQ(line.function, function);
   EXPECT_GT(line.line, 0);
   EXPECT_EQ(line.tag, 1);
   EXPECT_EQ(line.message, message);
+  EXPECT_EQ(line.format, format);
+}
+
+/// A message that is itself the format.
+void expectLogLine(const Recorder::LogLine& line, const std::string& file, const std::string& function,
+                   const std::string& message) {
+  expectLogLine(line, file, function, message, message);
 }
 
 void expectSegmentLine(int line, const std::string& message) {
@@ -154,6 +165,7 @@ void expectSegmentLine(int line, const std::string& message) {
   EXPECT_EQ(lines[0].function, "LmSharedMemory");
   EXPECT_EQ(lines[0].line, line);
   EXPECT_EQ(lines[0].message, message);
+  EXPECT_EQ(lines[0].format, message);
 }
 
 // --- Segments ---------------------------------------------------------------------------------------------------
@@ -249,6 +261,149 @@ TEST_F(ASegment, ThatCannotBeMappedSaysSoAtLine151) {
               ElementsAre("construct BtPairedDeviceList", "lock BtPairedDeviceList 1",
                           "DbgPrintStdErr LmFramework/SharedMemory/LmSharedMemory LmSharedMemory 151 mmap error\n",
                           "unlock BtPairedDeviceList 0"));
+}
+
+// --- Copies from and to segments ---------------------------------------------------------------------------------
+
+constexpr unsigned COPIES = Recorder::SHARED_SYNC | Recorder::TRANSFER;
+
+/// Calls with a named lock held that nobody of this process held before.
+Events underLock(const std::string& name, const Events& events) {
+  return Events{"lock " + name + " 1"} + events + Events{"unlock " + name + " 0"};
+}
+
+class ACopy : public Recorded {
+ protected:
+  ACopy() { Recorder::begin(COPIES); }
+
+  /// Only what is copied by the library is of interest, not what a table's service does.
+  static void begin() { Recorder::clear(); }
+
+  static Events creation(const std::string& name, const std::string& payload) {
+    return Events{"construct " + name} + underLock(name, {"pwrite " + name + " 4@0", "lock " + name + " 2",
+                                                          "pwrite " + name + " " + payload, "unlock " + name + " 1"});
+  }
+};
+
+TEST_F(ACopy, OfTheSizeWordAndTheZerosIsMadeUnderTheLock) {
+  const BtPairedDeviceListSharedMem bluetooth;
+  EXPECT_THAT(Recorder::events(), ElementsAreArray(creation("BtPairedDeviceList", "1120@4")));
+
+  begin();
+  const AapDeviceListSharedMem androidAuto;
+  EXPECT_THAT(Recorder::events(), ElementsAreArray(creation("AapDeviceList", "6288@4")));
+
+  begin();
+  const FuncInfoSharedMem funcInfo;
+  EXPECT_THAT(Recorder::events(), ElementsAreArray(creation("FuncInfo", "2104@4")));
+}
+
+TEST_F(ACopy, OfTheSizeWordOfATableThatIsThereIsMadeUnderTheLock) {
+  const BtTable table;
+  begin();
+
+  const BtPairedDeviceListSharedMem segment;
+
+  EXPECT_THAT(Recorder::events(), ElementsAreArray(Events{"construct BtPairedDeviceList"} +
+                                                   underLock("BtPairedDeviceList", {"pwrite BtPairedDeviceList 4@0"})));
+}
+
+TEST_F(ACopy, OfTheDefaultsIsMadeUnderTheLockAllOfThemInOneAcquisition) {
+  const CarPlayInfoSharedMem resource;
+
+  EXPECT_THAT(Recorder::events(),
+              ElementsAreArray(creation("LmSCarplayResource", "13728@8") +
+                               underLock("LmSCarplayResource",
+                                         {"pread LmSCarplayResource 1@13732", "pread LmSCarplayResource 4@5120",
+                                          "pwrite LmSCarplayResource 5112@8", "pwrite LmSCarplayResource 8608@5124",
+                                          "pwrite LmSCarplayResource 1@13732"})));
+}
+
+TEST_F(ACopy, OfTheFlagOfADefaultedResourceIsMadeUnderTheLock) {
+  const CpTable table;
+  begin();
+
+  const CarPlayInfoSharedMem resource;
+
+  EXPECT_THAT(Recorder::events(),
+              ElementsAreArray(Events{"construct LmSCarplayResource"} +
+                               underLock("LmSCarplayResource", {"pwrite LmSCarplayResource 4@0"}) +
+                               underLock("LmSCarplayResource", {"pread LmSCarplayResource 1@13732"})));
+}
+
+TEST_F(ACopy, OfTheBluetoothTableIsMadeUnderTheLock) {
+  BtIntegratedDeviceList adapter;
+  begin();
+
+  adapter.updateDeviceList();
+
+  EXPECT_THAT(Recorder::events(),
+              ElementsAreArray(underLock("BtPairedDeviceList", {"pread BtPairedDeviceList 1120@4"})));
+}
+
+TEST_F(ACopy, OfTheAndroidAutoTableIsMadeUnderTheLock) {
+  AapIntegratedDeviceList adapter;
+  begin();
+
+  adapter.updateDeviceList();
+
+  EXPECT_THAT(Recorder::events(), ElementsAreArray(underLock("AapDeviceList", {"pread AapDeviceList 6288@4"})));
+}
+
+TEST_F(ACopy, OfEachCarPlaySlotIsMadeUnderAnAcquisitionOfItsOwn) {
+  CpIntegratedDeviceList adapter;
+  begin();
+
+  adapter.updateDeviceList();
+
+  Events expected;
+  for (unsigned slot = 0; slot < 11; ++slot) {
+    const std::string copy = "pread LmSCarplayResource 296@" + std::to_string(1800 + 296 * slot);
+    expected = expected + underLock("LmSCarplayResource", {copy});
+  }
+  EXPECT_THAT(Recorder::events(), ElementsAreArray(expected));
+}
+
+TEST_F(ACopy, OfEachCarPlayWordIsMadeUnderAnAcquisitionOfItsOwn) {
+  CpIntegratedDeviceList adapter;
+  begin();
+
+  adapter.toIntegratedDevice(cps_def::WCPAtom{77, "Phone", 0, 0, 0, {}, 1, {}});
+
+  EXPECT_THAT(Recorder::events(),
+              ElementsAreArray(underLock("LmSCarplayResource", {"pread LmSCarplayResource 8@1072"}) +
+                               underLock("LmSCarplayResource", {"pread LmSCarplayResource 4@1076"})));
+}
+
+TEST_F(ACopy, OfTheBluetoothFlagIsMadeUnderTheLock) {
+  const FuncInfoTable table;
+  LmSIntegratedDeviceList* const list = LmSIntegratedDeviceList::getInstance();
+  begin();
+
+  list->initialize();
+
+  EXPECT_THAT(Recorder::events(),
+              ElementsAreArray(Events{"construct FuncInfo"} + underLock("FuncInfo", {"pwrite FuncInfo 4@0"}) +
+                               underLock("FuncInfo", {"pread FuncInfo 1@512"}) + Events{"destroy FuncInfo"}));
+}
+
+// --- Records ----------------------------------------------------------------------------------------------------
+
+class ARecord : public Recorded {
+ protected:
+  ARecord() { Recorder::begin(Recorder::TEXT_COPY); }
+};
+
+TEST_F(ARecord, OfAPairedPhoneHasItsTextsEmptiedWithinTheirBounds) {
+  const BtPairedDevice device;
+
+  EXPECT_THAT(Recorder::events(), ElementsAre("lm_strncpy \"\" 80", "lm_strncpy \"\" 17"));
+}
+
+TEST_F(ARecord, OfAnAndroidAutoPhoneHasItsTextsEmptiedWithinTheirBounds) {
+  const AapDevice device;
+
+  EXPECT_THAT(Recorder::events(), ElementsAre("lm_strncpy \"\" 256", "lm_strncpy \"\" 256"));
 }
 
 // --- The CarPlay resource ---------------------------------------------------------------------------------------
@@ -485,7 +640,7 @@ TEST_F(ASuffixFile, IsNotTouchedByTooManyPhonesWhichAreLoggedAtLine69) {
   const auto lines = Recorder::logLines();
   ASSERT_EQ(lines.size(), 1U);
   expectLogLine(lines[0], "src/Public/IntegratedDeviceList/private/SysDataWrapper", "save",
-                "lBtSuffixTable size over. size=11\n");
+                "lBtSuffixTable size over. size=11\n", "lBtSuffixTable size over. size=%d\n");
   EXPECT_EQ(lines[0].line, 69);
   EXPECT_THAT(Recorder::events(), IsEmpty());
 }
@@ -521,6 +676,47 @@ TEST_F(ASuffixFile, IsAccessedWholeThoughEveryCallFails) {
 
   EXPECT_THAT(Recorder::events(), ElementsAreArray(SUFFIX_MUTEX_MADE + underMutex("LmSync 1", FILE_MADE + LOADED) +
                                                    underMutex("LmSync 1", SAVED)));
+}
+
+TEST_F(ASuffixFile, IsClosedAndUnlockedWhenReadingItThrows) {
+  Recorder::SaveFileScript throwing;
+  throwing.throwsIn = "Read";
+  Recorder::script(throwing);
+
+  EXPECT_THROW(wrapper.load(table), std::bad_alloc);
+
+  EXPECT_FALSE(Recorder::anyLockHeld());
+  EXPECT_THAT(Recorder::events(),
+              ElementsAreArray(SUFFIX_MUTEX_MADE +
+                               underMutex("LmSync 1", FILE_MADE + Events{"FOpen", "Read 2630 at 0", "FClose"})));
+}
+
+TEST_F(ASuffixFile, IsClosedAndUnlockedWhenWritingItThrows) {
+  Recorder::SaveFileScript throwing;
+  throwing.throwsIn = "Write";
+  Recorder::script(throwing);
+
+  EXPECT_THROW(wrapper.save(table), std::bad_alloc);
+
+  EXPECT_FALSE(Recorder::anyLockHeld());
+  EXPECT_THAT(Recorder::events(),
+              ElementsAreArray(SUFFIX_MUTEX_MADE +
+                               underMutex("LmSync 1", FILE_MADE + Events{"FOpen", "Write 2630 at 0", "FClose"})));
+}
+
+TEST_F(ASuffixFile, IsClosedAndUnlockedWhenFlushingItThrowsAndIsWrittenAgain) {
+  Recorder::SaveFileScript throwing;
+  throwing.throwsIn = "Flush";
+  Recorder::script(throwing);
+
+  EXPECT_THROW(wrapper.save(table), std::bad_alloc);
+
+  EXPECT_FALSE(Recorder::anyLockHeld());
+  EXPECT_THAT(Recorder::events(), ElementsAreArray(SUFFIX_MUTEX_MADE + underMutex("LmSync 1", FILE_MADE + SAVED)));
+  Recorder::script(Recorder::SaveFileScript());
+  Recorder::clear();
+  wrapper.save(table);
+  EXPECT_THAT(Recorder::events(), ElementsAreArray(underMutex("LmSync 1", SAVED)));
 }
 
 TEST_F(ASuffixFile, ThatTheServiceDoesNotGiveIsAskedForAnewAndReadsAsMissing) {
@@ -710,9 +906,10 @@ TEST_F(AListService, SaysThatItIsNotInitializedWhenItIsToldOfAChange) {
   const auto lines = Recorder::logLines();
   ASSERT_EQ(lines.size(), 1U);
   expectLogLine(lines[0], SERVICE_FILE, "updateDeviceList", "not initialized.\n");
-  ASSERT_EQ(Recorder::events().size(), 3U);
-  EXPECT_EQ(Recorder::events()[0], "Lock LmSync 1 -1");
-  EXPECT_EQ(Recorder::events()[2], "Unlock LmSync 1");
+  EXPECT_THAT(Recorder::events(), ElementsAre("Lock LmSync 1 -1",
+                                              std::string("DbgPrint ") + SERVICE_FILE + " updateDeviceList " +
+                                                  std::to_string(lines[0].line) + " 1 not initialized.\n",
+                                              "Unlock LmSync 1"));
 }
 
 TEST_F(AListService, SaysThatItIsNotInitializedWhenItIsAskedForItsList) {
@@ -723,9 +920,10 @@ TEST_F(AListService, SaysThatItIsNotInitializedWhenItIsAskedForItsList) {
   const auto lines = Recorder::logLines();
   ASSERT_EQ(lines.size(), 1U);
   expectLogLine(lines[0], SERVICE_FILE, "getDeviceList", "not initialized.\n");
-  ASSERT_EQ(Recorder::events().size(), 3U);
-  EXPECT_EQ(Recorder::events()[0], "Lock LmSync 1 -1");
-  EXPECT_EQ(Recorder::events()[2], "Unlock LmSync 1");
+  EXPECT_THAT(Recorder::events(), ElementsAre("Lock LmSync 1 -1",
+                                              std::string("DbgPrint ") + SERVICE_FILE + " getDeviceList " +
+                                                  std::to_string(lines[0].line) + " 1 not initialized.\n",
+                                              "Unlock LmSync 1"));
 }
 
 TEST_F(AListService, IsDestroyedAdapterByAdapterWithoutALockAndWithoutASave) {

@@ -13,6 +13,10 @@ target_include_directories(LmFrameworkRecording PUBLIC ${PROJECT_SOURCE_DIR} ${P
 target_link_libraries(LmFrameworkRecording PUBLIC Threads::Threads)
 
 lm_add_tests(sequence_tests
-  SOURCES ${CMAKE_CURRENT_LIST_DIR}/SequenceTest.cpp
+  SOURCES ${CMAKE_CURRENT_LIST_DIR}/RecordingTransfers.cpp ${CMAKE_CURRENT_LIST_DIR}/SequenceTest.cpp
   LIBRARIES IntegratedDeviceListObjects LmFrameworkRecording)
 target_include_directories(sequence_tests PRIVATE ${PROJECT_SOURCE_DIR}/src/Public/IntegratedDeviceList/private)
+# The copies that the segments make, in one record with the locks.
+foreach(call pread pread64 pwrite pwrite64)
+  target_link_options(sequence_tests PRIVATE -Wl,--wrap=${call})
+endforeach()
