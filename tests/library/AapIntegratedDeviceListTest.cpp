@@ -1,20 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "AapIntegratedDeviceList.h"
-#include "LmFramework/LmSyncGuard.h"
-#include "LmFramework/SharedMemory/LmSharedSyncObject.h"
 #include "support/CapturedStdErr.h"
-#include "support/ChildProcess.h"
 #include "support/RawSegment.h"
 #include "support/SegmentTest.h"
 
@@ -351,94 +345,6 @@ TEST_F(AnAapTable, IsMadeWholeWhenItHasNoLength) {
 
   EXPECT_EQ(mRaw.all(), RawSegment::littleEndian(6288, 4) + std::string(6288, '\0'));
   EXPECT_THAT(records(adapter), IsEmpty());
-}
-
-TEST_F(AnAapTable, IsReadAtEveryLengthThatItsOwnerCutsItToLater) {
-  for (unsigned k = 0; k < SLOTS; ++k) {
-    putPhone(mRaw, k, "phone", k, 0);
-  }
-  const CapturedStdErr log;
-  AapIntegratedDeviceList adapter;
-
-  for (std::size_t cut = 0; cut <= SIZE; ++cut) {
-    const std::size_t length = SIZE - cut;
-    mRaw.resize(length);
-
-    const std::size_t expected = length < 4 ? 0 : (length - 4) / 524;
-    ASSERT_THAT(records(adapter), SizeIs(expected)) << length;
-    ASSERT_EQ(mRaw.size(), length);
-  }
-  EXPECT_THAT(log.lines(), SizeIs(1));
-}
-
-TEST_F(AnAapTable, NeverKillsAReaderWhileItsOwnerCutsAndLengthensIt) {
-  ChildProcess owner([] {
-    RawSegment raw(NAME);
-    for (unsigned round = 0;; ++round) {
-      raw.resize(round * 37 % (SIZE + 1));
-      raw.resize(SIZE);
-      raw.put8(slot(round % SLOTS) + 262, 'x');
-    }
-    return 0;
-  });
-  const CapturedStdErr log;
-  AapIntegratedDeviceList adapter;
-
-  for (unsigned round = 0; round < 3000; ++round) {
-    adapter.updateDeviceList();
-
-    ASSERT_LE(btList(adapter).size() + usbList(adapter).size(), 12U);
-  }
-
-  EXPECT_LE(log.lines().size(), 1U);
-}
-
-TEST_F(AnAapTable, IsNeverReadHalfWrittenWhileItsWriterHoldsTheLock) {
-  ChildProcess writer([] {
-    const LmSharedSyncObject lock("AapDeviceList");
-    RawSegment raw(NAME);
-    for (unsigned round = 0;; ++round) {
-      const LmSyncGuard guard(lock);
-      for (unsigned k = 0; k < SLOTS; ++k) {
-        putPhone(raw, k, std::string(20, static_cast<char>('a' + round % 20)), round % 200, 0);
-      }
-    }
-    return 0;
-  });
-  AapIntegratedDeviceList adapter;
-
-  for (unsigned round = 0; round < 500; ++round) {
-    adapter.updateDeviceList();
-
-    const std::vector<IntegratedDevice> list = btList(adapter);
-    for (const IntegratedDevice& device : list) {
-      ASSERT_EQ(device.btid, list[0].btid);
-      ASSERT_EQ(device.aapId, list[0].aapId);
-    }
-  }
-}
-
-TEST_F(NoAapTable, IsAnEmptySourceWhereItCannotBeMapped) {
-  ASSERT_EQ(mkdir("/dev/shm/AapDeviceList", 0755), 0);
-  const CapturedStdErr log;
-  AapIntegratedDeviceList adapter;
-
-  adapter.updateDeviceList();
-
-  EXPECT_THAT(records(adapter), IsEmpty());
-  EXPECT_THAT(btList(adapter), IsEmpty());
-  EXPECT_THAT(log.lines(), SizeIs(1));
-}
-
-TEST_F(NoAapTable, IsDetachedButKeptWhenTheAdapterIsDestroyedThroughItsBase) {
-  std::unique_ptr<IntegratedDeviceListBase<AapDevice>> adapter = std::make_unique<AapIntegratedDeviceList>();
-  ASSERT_EQ(mappings(NAME), 1U);
-
-  adapter.reset();
-
-  EXPECT_EQ(mappings(NAME), 0U);
-  EXPECT_EQ(descriptors(NAME), 0U);
-  EXPECT_EQ(RawSegment(NAME).size(), SIZE);
 }
 
 }  // namespace

@@ -13,69 +13,51 @@
 #include "CarPlayInfoSharedMem.h"
 #include "FuncInfoSharedMem.h"
 #include "support/RawSegment.h"
+#include "support/SegmentFormat.h"
 #include "support/SegmentTest.h"
 
 namespace {
 
+/// The template that a segment class is made of.
 template <class SegmentClass>
-struct Expected;
-
+struct TemplateOf;
 template <>
-struct Expected<FuncInfoSharedMem> {
-  using Template = LmSharedMemory<idl::wire::FuncInfoStruct, 1>;
-  static constexpr char NAME[] = "/FuncInfo";
-  static constexpr std::size_t DATA = 2104;
-  static constexpr std::size_t OFFSET = 4;
-  static constexpr std::size_t SIZE = 2108;
+struct TemplateOf<FuncInfoSharedMem> {
+  using Type = LmSharedMemory<idl::wire::FuncInfoStruct, 1>;
 };
-
 template <>
-struct Expected<BtPairedDeviceListSharedMem> {
-  using Template = LmSharedMemory<idl::wire::BtPairedDeviceList, 1>;
-  static constexpr char NAME[] = "/BtPairedDeviceList";
-  static constexpr std::size_t DATA = 1120;
-  static constexpr std::size_t OFFSET = 4;
-  static constexpr std::size_t SIZE = 1124;
+struct TemplateOf<BtPairedDeviceListSharedMem> {
+  using Type = LmSharedMemory<idl::wire::BtPairedDeviceList, 1>;
 };
-
 template <>
-struct Expected<CarPlayInfoSharedMem> {
-  using Template = LmSharedMemory<idl::wire::CarPlaySharedMemStruct, 1>;
-  static constexpr char NAME[] = "/LmSCarplayResource";
-  static constexpr std::size_t DATA = 13728;
-  static constexpr std::size_t OFFSET = 8;
-  static constexpr std::size_t SIZE = 13736;
+struct TemplateOf<CarPlayInfoSharedMem> {
+  using Type = LmSharedMemory<idl::wire::CarPlaySharedMemStruct, 1>;
 };
-
 template <>
-struct Expected<AapDeviceListSharedMem> {
-  using Template = LmSharedMemory<idl::wire::AapDeviceList, 1>;
-  static constexpr char NAME[] = "/AapDeviceList";
-  static constexpr std::size_t DATA = 6288;
-  static constexpr std::size_t OFFSET = 4;
-  static constexpr std::size_t SIZE = 6292;
+struct TemplateOf<AapDeviceListSharedMem> {
+  using Type = LmSharedMemory<idl::wire::AapDeviceList, 1>;
 };
 
 template <class SegmentClass>
 class ASegmentClass : public SegmentTest {
  protected:
-  using Known = Expected<SegmentClass>;
+  static constexpr SegmentFormat FORMAT = formatOf<SegmentClass>();
   static_assert(!std::is_copy_constructible_v<SegmentClass> && !std::is_copy_assignable_v<SegmentClass>);
-  static_assert(std::is_base_of_v<typename Known::Template, SegmentClass>);
+  static_assert(std::is_base_of_v<typename TemplateOf<SegmentClass>::Type, SegmentClass>);
   static_assert(std::has_virtual_destructor_v<SegmentClass>);
 
   /// Destroys one through a pointer to Base and looks at what is left.
   template <class Base>
   void expectDestroyedWholeThrough() {
     std::unique_ptr<Base> segment = std::make_unique<SegmentClass>();
-    ASSERT_EQ(mappings(Known::NAME), 1U);
-    ASSERT_EQ(descriptors(Known::NAME), 1U);
+    ASSERT_EQ(mappings(FORMAT.name), 1U);
+    ASSERT_EQ(descriptors(FORMAT.name), 1U);
 
     segment.reset();
 
-    EXPECT_EQ(mappings(Known::NAME), 0U);
-    EXPECT_EQ(descriptors(Known::NAME), 0U);
-    EXPECT_EQ(RawSegment(Known::NAME).size(), Known::SIZE);
+    EXPECT_EQ(mappings(FORMAT.name), 0U);
+    EXPECT_EQ(descriptors(FORMAT.name), 0U);
+    EXPECT_EQ(RawSegment(FORMAT.name).size(), FORMAT.size());
   }
 };
 
@@ -84,45 +66,45 @@ using SegmentClasses =
 struct SegmentNames {
   template <class SegmentClass>
   static std::string GetName(int /*position*/) {
-    return Expected<SegmentClass>::NAME + 1;
+    return formatOf<SegmentClass>().name + 1;
   }
 };
 TYPED_TEST_SUITE(ASegmentClass, SegmentClasses, SegmentNames);
 
 TYPED_TEST(ASegmentClass, HasTheSizesOfItsFormat) {
-  using Format = Expected<TypeParam>;
+  constexpr SegmentFormat expected = formatOf<TypeParam>();
   const TypeParam segment;
 
-  EXPECT_EQ(std::size_t{TypeParam::DATA_SIZE}, std::size_t{Format::DATA});
-  EXPECT_EQ(std::size_t{TypeParam::DATA_OFFSET}, std::size_t{Format::OFFSET});
-  EXPECT_EQ(std::size_t{TypeParam::SEGMENT_SIZE}, std::size_t{Format::SIZE});
-  RawSegment raw(Format::NAME);
-  EXPECT_EQ(raw.size(), Format::SIZE);
-  EXPECT_EQ(raw.bytes(0, 4), RawSegment::littleEndian(Format::DATA, 4));
+  EXPECT_EQ(std::size_t{TypeParam::DATA_SIZE}, expected.data);
+  EXPECT_EQ(std::size_t{TypeParam::DATA_OFFSET}, expected.offset);
+  EXPECT_EQ(std::size_t{TypeParam::SEGMENT_SIZE}, expected.size());
+  RawSegment raw(expected.name);
+  EXPECT_EQ(raw.size(), expected.size());
+  EXPECT_EQ(raw.bytes(0, 4), RawSegment::littleEndian(expected.data, 4));
 }
 
 TYPED_TEST(ASegmentClass, ShowsItsPayloadBehindTheSizeWord) {
-  using Format = Expected<TypeParam>;
+  constexpr SegmentFormat expected = formatOf<TypeParam>();
   const TypeParam segment;
-  RawSegment raw(Format::NAME);
-  raw.put8(Format::OFFSET, 0xAB);
-  raw.put8(Format::SIZE - 1, 0xCD);
+  RawSegment raw(expected.name);
+  raw.put8(expected.offset, 0xAB);
+  raw.put8(expected.size() - 1, 0xCD);
 
   const auto* const payload = reinterpret_cast<const unsigned char*>(segment.data());
 
   ASSERT_NE(payload, nullptr);
   EXPECT_EQ(payload[0], 0xAB);
-  EXPECT_EQ(payload[Format::DATA - 1], 0xCD);
+  EXPECT_EQ(payload[expected.data - 1], 0xCD);
 }
 
 TYPED_TEST(ASegmentClass, AddsNothingToTheTemplateUnlessItIsASubject) {
-  using Template = typename Expected<TypeParam>::Template;
+  using Template = typename TemplateOf<TypeParam>::Type;
 
   EXPECT_EQ(sizeof(TypeParam) == sizeof(Template), !(std::is_base_of_v<LmSubject, TypeParam>));
 }
 
 TYPED_TEST(ASegmentClass, IsDestroyedWholeThroughTheTemplate) {
-  this->template expectDestroyedWholeThrough<typename Expected<TypeParam>::Template>();
+  this->template expectDestroyedWholeThrough<typename TemplateOf<TypeParam>::Type>();
 }
 
 TYPED_TEST(ASegmentClass, IsDestroyedWholeThroughTheNamedLock) {
