@@ -72,6 +72,7 @@ namespace {
 using LmSIntegratedDeviceListDef::DEVICE_TYPE_AAP;
 using LmSIntegratedDeviceListDef::DEVICE_TYPE_BT;
 using LmSIntegratedDeviceListDef::DEVICE_TYPE_CARPLAY;
+using LmSIntegratedDeviceListDef::DeviceType;
 using LmSIntegratedDeviceListDef::IntegratedDevice;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -209,6 +210,57 @@ class AnyAllocation : public SegmentTest {
     EXPECT_GT(thrown, 10U);
   }
 
+  /// Phones of all sources, of which `change` adds one to the source `failing`. The refresh that is to take it in
+  /// fails; what is told of `other` next has to give the list that there would be had it not failed.
+  void expectTheNextSourceToMakeUpFor(DeviceType failing, DeviceType other, const std::function<void()>& change) {
+    const auto publish = [this] {
+      pair({1, 2});
+      aapTable.phone(0, NAME, NAME, 255, 2);
+      aapTable.clear(1);
+      cpTable.phone(0, 77, NAME, 0);
+      cpTable.connect(77 + (std::uint64_t{1} << 41));
+      cpTable.clear(1);
+    };
+    std::vector<std::string> before;
+    std::vector<std::string> after;
+    {
+      const SaveFolder folder;
+      publish();
+      begin();
+      refreshAll();
+      before = names();
+      change();
+      list->updateDeviceList(failing);
+      after = names();
+      end();
+    }
+    ASSERT_EQ(before.size(), 4U);
+    ASSERT_EQ(after.size(), 5U);
+
+    unsigned thrown = 0;
+    Outcome outcome = Outcome::THREW;
+    for (unsigned allocation = 1; outcome != Outcome::NO_MORE; ++allocation) {
+      SCOPED_TRACE(allocation);
+      const SaveFolder folder;
+      publish();
+      begin();
+      refreshAll();
+      ASSERT_EQ(names(), before);
+
+      change();
+      outcome = withFailure(allocation, [&] { list->updateDeviceList(failing); });
+
+      if (outcome == Outcome::THREW) {
+        ++thrown;
+        EXPECT_EQ(names(), before);
+        onAnotherThread([&] { list->updateDeviceList(other); });
+        EXPECT_EQ(names(), after);
+      }
+      end();
+    }
+    EXPECT_GT(thrown, 10U);
+  }
+
   SaveFolder outerFolder;
   LogCapture log;
   BtTable btTable;
@@ -310,6 +362,27 @@ TEST_F(AnyAllocation, ThatFailsInARefreshOfCarPlayLeavesTheLastCompleteOne) {
         cpTable.connect(77);
       },
       [this] { list->updateDeviceList(DEVICE_TYPE_CARPLAY); });
+}
+
+TEST_F(AnyAllocation, ThatFailsInARefreshOfBluetoothIsMadeUpForByTheNextOfAnotherSource) {
+  const auto pairAThird = [this] { pair({1, 2, 3}); };
+
+  expectTheNextSourceToMakeUpFor(DEVICE_TYPE_BT, DEVICE_TYPE_AAP, pairAThird);
+  expectTheNextSourceToMakeUpFor(DEVICE_TYPE_BT, DEVICE_TYPE_CARPLAY, pairAThird);
+}
+
+TEST_F(AnyAllocation, ThatFailsInARefreshOfAndroidAutoIsMadeUpForByTheNextOfAnotherSource) {
+  const auto attachAnother = [this] { aapTable.phone(1, NAME, NAME, 255, 3); };
+
+  expectTheNextSourceToMakeUpFor(DEVICE_TYPE_AAP, DEVICE_TYPE_BT, attachAnother);
+  expectTheNextSourceToMakeUpFor(DEVICE_TYPE_AAP, DEVICE_TYPE_CARPLAY, attachAnother);
+}
+
+TEST_F(AnyAllocation, ThatFailsInARefreshOfCarPlayIsMadeUpForByTheNextOfAnotherSource) {
+  const auto attachAnother = [this] { cpTable.phone(1, 78, NAME, 0); };
+
+  expectTheNextSourceToMakeUpFor(DEVICE_TYPE_CARPLAY, DEVICE_TYPE_BT, attachAnother);
+  expectTheNextSourceToMakeUpFor(DEVICE_TYPE_CARPLAY, DEVICE_TYPE_AAP, attachAnother);
 }
 
 TEST_F(AnyAllocation, ThatFailsWhileTheListIsReadLeavesItToBeReadAgain) {

@@ -418,6 +418,8 @@ TEST_F(AMergedList, KeepsTheOrderOfTheTablesForAsManyPhonesAsOnePortCanHave) {
   EXPECT_EQ(told(list()), expected);
 }
 
+// The table has no more than ten slots, and a sort that need not be stable leaves so few in place anyway: what needs a
+// stable one is the part of the phones at one port.
 TEST_F(AMergedList, KeepsTheOrderOfTheTableForPairingsOfOneId) {
   for (unsigned slot = 0; slot < 10; ++slot) {
     btTable.phone(slot, 3, std::string("Phone") + static_cast<char>('J' - static_cast<char>(slot)));

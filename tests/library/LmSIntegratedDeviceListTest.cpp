@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <mutex>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <type_traits>
@@ -135,6 +136,35 @@ TEST_F(AFacade, NumbersInTheCallersFormat) {
 
   list->updateDeviceList(DEVICE_TYPE_BT);
 
+  EXPECT_THAT(names(), ElementsAre("Phone#1", "Phone#2"));
+}
+
+// The format is a plain function, hence what it does is said outside.
+std::atomic<bool> formatThrows{false};
+
+std::string formatThatMayThrow(const std::string& name, unsigned char suffix) {
+  if (formatThrows) {
+    throw std::runtime_error("no format");
+  }
+  return name + "#" + std::to_string(suffix);
+}
+
+TEST_F(AFacade, OutlivesAFormatThatThrows) {
+  formatThrows = false;
+  ASSERT_TRUE(list->setFormat(&formatThatMayThrow));
+  list->initialize();
+  btTable.phone(0, 3, "Phone");
+  list->updateDeviceList(DEVICE_TYPE_BT);
+  btTable.phone(1, 4, "Phone");
+
+  formatThrows = true;
+  EXPECT_THROW(list->updateDeviceList(DEVICE_TYPE_BT), std::runtime_error);
+
+  EXPECT_THAT(names(), ElementsAre("Phone#1"));
+  std::thread other([this] { EXPECT_THAT(names(), ElementsAre("Phone#1")); });  // gets no mutex that is still held
+  other.join();
+  formatThrows = false;
+  list->updateDeviceList(DEVICE_TYPE_BT);
   EXPECT_THAT(names(), ElementsAre("Phone#1", "Phone#2"));
 }
 
