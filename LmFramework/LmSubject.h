@@ -10,7 +10,11 @@
 class LmObserver_;
 class ObserverList;
 
-/// Whatever observers can be attached to inside one process. Any thread may call anything here.
+/// Whatever observers can be attached to inside one process. Any thread may call anything here, from inside an observer
+/// too.
+///
+/// A forked child has the subject with all its observers, whatever other threads were doing with it, and may use and
+/// destroy it.
 class LM_FRAMEWORK_API LmSubject : private LmUncopyable {
  public:
   /// How a notification is delivered. This port knows one way, on the caller's thread before
@@ -26,11 +30,14 @@ class LM_FRAMEWORK_API LmSubject : private LmUncopyable {
   bool AddObserver(LmObserver_* observer, const unsigned* ids, unsigned count);
 
   /// Detaches `observer` from all ids. When this returns it is not being called and never will be;
-  /// only a call from inside one of its own notifications does not wait for that one. Unknown
-  /// observers are ignored.
+  /// only a call from inside one of its own notifications does not wait for that one, nor for another of its
+  /// notifications that is just removing it too. So hold no lock here that the observer takes, and with several
+  /// threads notifying let no two observers remove each other from inside their notifications: they would wait for each
+  /// other for ever. Unknown observers are ignored.
   void RemoveObserver(LmObserver_* observer);
 
   /// Calls every observer of `id`, in the order in which they were attached, with no lock held.
+  /// @throw what the first observer threw that did, after the others have been called all the same
   void NotifyObserver(unsigned id, void* data, unsigned size, EN_NTF_TYPE type);
 
  private:

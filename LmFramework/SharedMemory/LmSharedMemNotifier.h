@@ -11,7 +11,7 @@ class LmObserver_;
 ///
 /// What one process publishes, an id with up to 64 bytes, reaches every observer of that id in every
 /// process, the publishing one included. All notifiers of a process share one delivery thread, which runs
-/// while any observer is registered; observers are called on it, one after the other, with no lock
+/// while any observer is registered or being called; observers are called on it, one after the other, with no lock
 /// held, messages in the order in which they were published. The thread has all signals blocked. What an
 /// observer throws ends in a log line.
 ///
@@ -46,8 +46,9 @@ class LM_FRAMEWORK_API LmSharedMemNotifier : private LmUncopyable {
   bool AddObserver(LmObserver_* observer, const unsigned* ids, unsigned count);
 
   /// Removes `observer` from all its ids. When this returns it is not being called and never will be;
-  /// only a call from inside one of its own notifications does not wait for that one to end. So hold no lock here that
-  /// the observer takes. Unknown observers are ignored.
+  /// only a call from inside one of its own notifications does not wait for that one to end. Calls of other observers
+  /// are not waited for. So hold no lock here that the observer takes, and do not remove it from inside a call that the
+  /// observer waits for, such as that of a subject's observer which it removes. Unknown observers are ignored.
   void RemoveObserver(LmObserver_* observer);
 
   /// Publishes a change. `data` may be null when `size` is 0. Takes the ring's named lock; does not wait

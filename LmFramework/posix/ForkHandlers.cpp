@@ -6,6 +6,7 @@
 #include "LmFramework/posix/DbgOutputFork.h"
 #include "LmFramework/posix/NamedLock.h"
 #include "LmFramework/posix/NotifierHub.h"
+#include "LmFramework/posix/ObserverList.h"
 #include "LmFramework/posix/SharedFile.h"
 
 namespace {
@@ -16,11 +17,13 @@ void prepare() {
   NotifierHub::prepareFork();
   NamedLock::prepareFork();
   SharedFile::prepareFork();
+  ObserverList::prepareFork();
   forkPrepareLog();
 }
 
 void parent() {
   forkParentLog();
+  ObserverList::parentAfterFork();
   SharedFile::parentAfterFork();
   NamedLock::parentAfterFork();
   NotifierHub::parentAfterFork();
@@ -28,6 +31,7 @@ void parent() {
 
 void child() {
   forkChildLog();
+  ObserverList::childAfterFork();
   SharedFile::childAfterFork();
   NamedLock::childAfterFork();
   NotifierHub::childAfterFork();

@@ -132,7 +132,9 @@ void NotifierHub::endThreadIfIdle() {
   }
   Lock lock(sMutex);
   ++mEnders;
-  while (mRunning && mObservers.empty()) {
+  // Not idle, it may be inside an observer whose removal is none of the caller's: the caller may hold what that one
+  // waits for.
+  while (mRunning && mObservers.idle()) {
     mRing.wake();
     mChanged.notify_all();
     mChanged.wait_for(lock, WAKE_INTERVAL);
@@ -330,7 +332,7 @@ void NotifierHub::childAfterFork() {
 
 void NotifierHub::forgetAfterFork() {
   tIsDeliveryThread = false;
-  mObservers.resetAfterFork();
+  mObservers.clear();
   mRunning = false;
   mJoinable = false;
   mEnders = 0;

@@ -17,8 +17,9 @@ class LmObserver_;
 
 /// What all notifiers of a process share: its observers, the one thread that calls them, and the ring.
 ///
-/// The thread runs from the first observer to the last; whoever removes that one ends and joins it. Removed from
-/// inside a notification, it ends by itself. It never takes the ring's named lock, so it waits for no other process.
+/// The thread runs from the first observer to the last; whoever removes that one ends and joins it. While it is still
+/// inside some observer's call nobody waits for it, and it ends by itself after that. It never takes the ring's named
+/// lock, so it waits for no other process.
 ///
 /// Sequence numbers of the ring start again with each of its generations. Observers are filed under a number of
 /// this process's own that only grows: each generation has its base, more than every number before it.

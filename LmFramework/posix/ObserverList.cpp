@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "LmFramework/posix/ObserverList.h"
 
+#include <cxxabi.h>
+
 #include <algorithm>
 #include <condition_variable>
 #include <exception>
-#include <memory>
 #include <mutex>
 #include <new>
 #include <thread>
@@ -12,8 +13,13 @@
 #include <vector>
 
 #include "LmFramework/LmObserver_.h"
+#include "LmFramework/posix/ForkHandlers.h"
 
 namespace {
+
+// Protects all lists and what they are linked into. One for all, because fork() has to take it; it is held for a few
+// steps only, and never while an observer is called. Its destructor is trivial: lists are used until the process ends.
+std::mutex gMutex;
 
 /// What one attachment listens to.
 struct Interest {
@@ -48,13 +54,39 @@ void addInterest(std::vector<Interest>& interests, const Interest& wanted) {
 }  // namespace
 
 struct ObserverList::State {
-  std::mutex mutex;  // protects everything below; never held while an observer is called
+  State() {
+    installForkHandlers();
+    const std::lock_guard<std::mutex> guard(gMutex);
+    next = first;
+    if (next != nullptr) {
+      next->previous = this;
+    }
+    first = this;
+  }
+
+  ~State() {
+    const std::lock_guard<std::mutex> guard(gMutex);
+    (previous != nullptr ? previous->next : first) = next;
+    if (next != nullptr) {
+      next->previous = previous;
+    }
+  }
+
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+
+  // The list of all lists, by which a forked child finds them.
+  static State* first;
+  State* next = nullptr;
+  State* previous = nullptr;
+
   std::condition_variable callEnded;
   std::vector<Attachment> attachments;  // in the order of their places
   std::uint64_t nextPlace = 1;
   Call* calls = nullptr;  // those in progress, each in its caller's stack
   std::uint64_t nextCall = 0;
-  const State* abandoned = nullptr;  // by a forked child; never destroyed, its condition variable may have waiters
+
+  void forgetOtherThreads();
 
   Attachment* find(const LmObserver_* observer, const void* owner) {
     const auto found = std::find_if(attachments.begin(), attachments.end(), [&](const Attachment& attachment) {
@@ -78,7 +110,6 @@ class ObserverList::Call : private LmUncopyable {
   Call(ObserverList& list, std::unique_lock<std::mutex>& lock, const Attachment& attachment)
       : mObserver(attachment.observer),
         mOwner(attachment.owner),
-        mList(list),
         mState(list.mState),
         mLock(lock),
         mNumber(mState->nextCall++),
@@ -88,9 +119,6 @@ class ObserverList::Call : private LmUncopyable {
   }
 
   ~Call() {
-    if (abandoned()) {
-      return;
-    }
     mLock.lock();
     Call** link = &mState->calls;
     while (*link != this) {
@@ -100,12 +128,7 @@ class ObserverList::Call : private LmUncopyable {
     mState->callEnded.notify_all();
   }
 
-  /// True in a forked child whose list was emptied during the call: the old state's mutex may be held for ever.
-  bool abandoned() const { return mList.mState != mState; }
-
-  static bool runsElsewhere(const Call& call, std::uint64_t before) {
-    return call.mNumber < before && !call.mDetaching && call.mThread != std::this_thread::get_id();
-  }
+  bool beganBefore(std::uint64_t number) const { return mNumber < number; }
 
   LmObserver_* const mObserver;
   const void* const mOwner;
@@ -115,14 +138,30 @@ class ObserverList::Call : private LmUncopyable {
 
   bool runsHere() const { return mThread == std::this_thread::get_id(); }
 
+  static void dropOthers(Call** link) {
+    while (*link != nullptr) {
+      if ((*link)->runsHere()) {
+        link = &(*link)->mNext;
+      } else {
+        *link = (*link)->mNext;
+      }
+    }
+  }
+
  private:
-  ObserverList& mList;
   State* const mState;
   std::unique_lock<std::mutex>& mLock;
   const std::uint64_t mNumber;
   const std::thread::id mThread = std::this_thread::get_id();
   Call* mNext;
 };
+
+ObserverList::State* ObserverList::State::first = nullptr;
+
+void ObserverList::State::forgetOtherThreads() {
+  Call::dropOthers(&calls);
+  new (&callEnded) std::condition_variable;  // the old one may count threads that are not here, and wait for them
+}
 
 ObserverList::ObserverList() : mState(new State) {}
 
@@ -133,7 +172,7 @@ bool ObserverList::add(LmObserver_* observer, const unsigned* ids, unsigned coun
   if (observer == nullptr || (ids == nullptr && count != 0)) {
     return false;
   }
-  std::lock_guard<std::mutex> guard(mState->mutex);
+  const std::lock_guard<std::mutex> guard(gMutex);
   Attachment* known = mState->find(observer, owner);
   std::vector<Interest> interests = known != nullptr ? known->interests : std::vector<Interest>();
   if (count == 0) {
@@ -162,24 +201,32 @@ void ObserverList::removeAll(const void* owner) {
 template <class Match>
 void ObserverList::detach(const Match& match) {
   State& state = *mState;
-  std::unique_lock<std::mutex> lock(state.mutex);
+  std::unique_lock<std::mutex> lock(gMutex);
   const auto kept = std::remove_if(state.attachments.begin(), state.attachments.end(),
                                    [&](const Attachment& a) { return match(a.observer, a.owner); });
   state.attachments.erase(kept, state.attachments.end());
 
   const auto markOwnCalls = [&](bool detaching) {
+    bool any = false;
     for (Call* call = state.calls; call != nullptr; call = call->next()) {
       if (call->runsHere() && match(call->mObserver, call->mOwner)) {
         call->mDetaching = detaching;
+        any = true;
       }
     }
     state.callEnded.notify_all();
+    return any;
   };
   const std::uint64_t before = state.nextCall;  // calls of an observer that is attached anew are not waited for
-  markOwnCalls(true);
+  // Only who is inside a call too may pass over another detaching one: that one waits for ours.
+  const bool isInside = markOwnCalls(true);
+  const auto holdsUp = [&](const Call& call) {
+    return call.beganBefore(before) && !call.runsHere() && !(isInside && call.mDetaching) &&
+           match(call.mObserver, call.mOwner);
+  };
   state.callEnded.wait(lock, [&] {
     for (const Call* call = state.calls; call != nullptr; call = call->next()) {
-      if (Call::runsElsewhere(*call, before) && match(call->mObserver, call->mOwner)) {
+      if (holdsUp(*call)) {
         return false;
       }
     }
@@ -190,31 +237,51 @@ void ObserverList::detach(const Match& match) {
 
 void ObserverList::notify(unsigned id, void* data, unsigned size, std::uint64_t sequence) {
   State& state = *mState;
-  std::unique_lock<std::mutex> lock(state.mutex);
+  std::exception_ptr thrown;
+  std::unique_lock<std::mutex> lock(gMutex);
   const std::uint64_t end = state.nextPlace;
   std::uint64_t place = 0;
   while (const Attachment* attachment = state.nextListener(place, end, id, sequence)) {
     place = attachment->place;
-    {
+    try {
       const Call call(*this, lock, *attachment);
       call.mObserver->Update(id, data, size);
+    } catch (const abi::__forced_unwind&) {
+      throw;  // the thread is being ended, which cannot be put off
+    } catch (...) {
+      if (thrown == nullptr) {
+        thrown = std::current_exception();
+      }
     }
-    if (!lock.owns_lock()) {
-      return;  // in a forked child: this list is another one now
-    }
+  }
+  lock.unlock();
+  if (thrown != nullptr) {
+    std::rethrow_exception(thrown);
   }
 }
 
 bool ObserverList::empty() const {
-  std::lock_guard<std::mutex> guard(mState->mutex);
+  const std::lock_guard<std::mutex> guard(gMutex);
   return mState->attachments.empty();
 }
 
-void ObserverList::resetAfterFork() noexcept {
-  State* const fresh = new (std::nothrow) State;
-  if (fresh == nullptr) {
-    std::terminate();  // the child could neither use the list nor leave it alone
+bool ObserverList::idle() const {
+  const std::lock_guard<std::mutex> guard(gMutex);
+  return mState->attachments.empty() && mState->calls == nullptr;
+}
+
+void ObserverList::clear() noexcept {
+  const std::lock_guard<std::mutex> guard(gMutex);
+  mState->attachments.clear();
+}
+
+void ObserverList::prepareFork() { gMutex.lock(); }
+
+void ObserverList::parentAfterFork() { gMutex.unlock(); }
+
+void ObserverList::childAfterFork() {
+  for (State* state = State::first; state != nullptr; state = state->next) {
+    state->forgetOtherThreads();
   }
-  fresh->abandoned = mState;
-  mState = fresh;
+  gMutex.unlock();
 }

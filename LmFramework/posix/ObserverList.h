@@ -12,6 +12,8 @@ class LmObserver_;
 ///
 /// Any thread may call anything here, from inside an observer too. No lock is held while an observer is called.
 /// Observers are borrowed.
+///
+/// A forked child has every list as it was, without the calls of the threads that it does not have.
 class ObserverList : private LmUncopyable {
  public:
   ObserverList();
@@ -29,24 +31,32 @@ class ObserverList : private LmUncopyable {
            std::uint64_t from = 0);
 
   /// Detaches `observer`, whoever its owners are, and waits until no other thread is inside it. Calls by the
-  /// calling thread itself are not waited for, nor are those whose thread is waiting here for the same observer: two
-  /// notifications of one observer that both detach it do not wait for each other.
+  /// calling thread itself are not waited for. When there is one, calls whose thread is waiting here for the same
+  /// observer are not waited for either: two notifications of one observer that both detach it do not wait for each
+  /// other. Two observers that detach each other from inside their calls on two threads do, for ever.
   void remove(LmObserver_* observer);
 
   /// The same for all observers that `owner` added; attachments by other owners stay.
   void removeAll(const void* owner);
 
   /// Calls the observers of `id` one after the other in the order in which they were attached: those that are attached
-  /// when it begins, without those that are detached meanwhile. Allocates nothing.
-  /// @throw whatever an observer throws; the rest are not called then.
+  /// when it begins, without those that are detached meanwhile.
+  /// @throw what the first observer threw that did, after the others have been called all the same
   void notify(unsigned id, void* data, unsigned size, std::uint64_t sequence = UINT64_MAX);
 
   bool empty() const;
 
-  /// Empties the list in a forked child, whatever threads of the parent were doing with it. The only thread of
-  /// the child calls this, before anything else here. A notification that was going on in that very thread ends after
-  /// the present observer. What the list held is kept, unused: another thread may have been changing it.
-  void resetAfterFork() noexcept;
+  /// True when nobody is attached and no call is in progress: none will be, until somebody is attached.
+  bool idle() const;
+
+  /// Detaches everybody without waiting for anything; meant for a forked child, which starts anew. A notification that
+  /// was going on ends after the present observer.
+  void clear() noexcept;
+
+  // For the fork handlers: no list changes between the first call and one of the others.
+  static void prepareFork();
+  static void parentAfterFork();
+  static void childAfterFork();
 
  private:
   struct State;
@@ -54,7 +64,7 @@ class ObserverList : private LmUncopyable {
   template <class Match>
   void detach(const Match& match);
 
-  State* mState;
+  State* const mState;
 };
 
 #endif

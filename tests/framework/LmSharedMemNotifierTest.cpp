@@ -400,6 +400,66 @@ TEST(TheDeliveryThread, IsOneForAllNotifiersWhileAnyObserverIsThere) {
   EXPECT_EQ(before, threads());
 }
 
+// Somebody removed an observer with a lock held that no call of that observer takes, and hung: another observer, which
+// had removed itself and was still inside its call, took it.
+TEST(TheDeliveryThread, IsNotWaitedForWhileItCallsAnotherObserver) {
+  const auto before = threads();
+  LmSharedMemNotifier notifier(false);
+  Recorder other;
+  std::mutex mutex;
+  std::atomic<bool> inside{false};
+  std::atomic<bool> left{false};
+  Caller* itself = nullptr;
+  Caller leaving([&] {
+    notifier.RemoveObserver(itself);
+    inside = true;
+    const std::lock_guard<std::mutex> guard(mutex);
+    left = true;
+  });
+  itself = &leaving;
+  add(notifier, leaving);
+  add(notifier, other, OTHER_ID);
+
+  std::unique_lock<std::mutex> lock(mutex);
+  publish(notifier, ID, "x");
+  ASSERT_TRUE(eventually([&] { return inside.load(); }));
+  std::atomic<bool> removed{false};
+  std::thread remover([&] {
+    notifier.RemoveObserver(&other);
+    removed = true;
+  });
+  EXPECT_TRUE(eventually([&] { return removed.load(); }, std::chrono::seconds(20)));
+  EXPECT_FALSE(left);
+  lock.unlock();
+  remover.join();
+
+  EXPECT_TRUE(eventually([&] { return left && threads() == before; }));  // and it ends by itself
+}
+
+TEST(TheDeliveryThread, ServesWhoIsAddedWhileItsLastCallEnds) {
+  LmSharedMemNotifier notifier(false);
+  Recorder late;
+  std::atomic<bool> inside{false};
+  std::atomic<bool> release{false};
+  Caller* itself = nullptr;
+  Caller leaving([&] {
+    notifier.RemoveObserver(itself);
+    inside = true;
+    while (!release) {
+      pauseFor(std::chrono::milliseconds(1));
+    }
+  });
+  itself = &leaving;
+  add(notifier, leaving);
+  publish(notifier, ID, "x");
+  ASSERT_TRUE(eventually([&] { return inside.load(); }));
+
+  add(notifier, late);
+  release = true;
+
+  EXPECT_TRUE(reaches(notifier, late, "y"));
+}
+
 TEST(TheDeliveryThread, TakesNoSignals) {
   LmSharedMemNotifier notifier(false);
   std::atomic<int> blocked{0};
@@ -408,10 +468,10 @@ TEST(TheDeliveryThread, TakesNoSignals) {
     pthread_sigmask(SIG_SETMASK, nullptr, &mask);
     blocked = sigismember(&mask, SIGTERM) + sigismember(&mask, SIGALRM) + sigismember(&mask, SIGUSR1) + 1;
   });
-  sigset_t own;
-  pthread_sigmask(SIG_SETMASK, nullptr, &own);
 
   add(notifier, asks);
+  sigset_t own;
+  pthread_sigmask(SIG_SETMASK, nullptr, &own);
   publish(notifier, ID, "x");
 
   ASSERT_TRUE(eventually([&] { return blocked != 0; }));

@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <future>
+#include <memory>
 #include <type_traits>
 #include <vector>
 
 #include "LmFramework/LmObserver_.h"
 #include "LmFramework/LmSubject.h"
+#include "support/ChildProcess.h"
 
 namespace {
 
@@ -111,6 +115,63 @@ TEST(ASubjectWithAnObserver, ForgetsItWhenItIsRemoved) {
   notify(subject, 7);
 
   EXPECT_TRUE(recorder.ids.empty());
+}
+
+/// A subject that two other threads use while the process forks: one is inside an observer, one waits for that.
+struct AForkedSubject : testing::Test {
+  struct Blocking : LmObserver_ {
+    unsigned Update(unsigned, void*, unsigned) override {
+      entered.set_value();
+      release.get_future().wait();
+      return 0;
+    }
+
+    std::promise<void> entered;
+    std::promise<void> release;
+  };
+
+  void SetUp() override {
+    subject->AddObserver(&busy, nullptr, 0);
+    notifier = std::async(std::launch::async, [this] { notify(*subject, 6); });
+    busy.entered.get_future().wait();
+    subject->AddObserver(&stays, nullptr, 0);
+    remover = std::async(std::launch::async, [this] { subject->RemoveObserver(&busy); });
+    EXPECT_EQ(remover.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+  }
+
+  void TearDown() override {
+    busy.release.set_value();
+    notifier.get();
+    remover.get();
+    EXPECT_TRUE(stays.ids.empty());  // it came too late for the notification, and the child's is none of ours
+  }
+
+  std::unique_ptr<LmSubject> subject = std::make_unique<LmSubject>();
+  Blocking busy;
+  Recorder stays;
+  std::future<void> notifier;
+  std::future<void> remover;
+};
+
+TEST_F(AForkedSubject, MayBeDestroyedInTheChild) {
+  ChildProcess child([this] {
+    subject.reset();
+    return 0;
+  });
+
+  EXPECT_EQ(child.wait(), 0);
+}
+
+TEST_F(AForkedSubject, HasItsObserversInTheChildAndMayBeUsed) {
+  ChildProcess child([this] {
+    Recorder fresh;
+    subject->RemoveObserver(&busy);  // nobody is inside it here
+    subject->AddObserver(&fresh, nullptr, 0);
+    notify(*subject, 7);
+    return fresh.ids == std::vector<unsigned>{7} && stays.ids == std::vector<unsigned>{7} ? 0 : 1;
+  });
+
+  EXPECT_EQ(child.wait(), 0);
 }
 
 TEST(TwoSubjects, KnowNothingOfEachOther) {
