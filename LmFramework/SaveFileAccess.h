@@ -18,8 +18,8 @@ class LM_FRAMEWORK_API SaveFileAccess : public SaveFileAccessBase {
   /// Reads the file anew and stands at offset 0; an image that is still open is forgotten. A missing file is an empty
   /// one.
   /// @return false when there is a file that could not be opened or read, or is longer than 1 MiB. It is not open then,
-  /// and this
-  ///         object never writes again: what could not be read is not to be replaced by what was made without it.
+  ///         and this object never writes again: what could not be read is not to be replaced by what was made without
+  ///         it.
   bool FOpen() override = 0;
 
   /// Forgets the image; what was not flushed is not written.

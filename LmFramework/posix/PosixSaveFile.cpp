@@ -13,6 +13,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <utility>
@@ -29,6 +30,10 @@ constexpr int LOG_TAG = 1;
 constexpr mode_t FILE_MODE = 0660;
 constexpr mode_t FOLDER_MODE = 0770;
 constexpr mode_t PARENT_MODE = 0755;
+constexpr mode_t ALL_MODE_BITS = 07777;
+
+/// The folder of the save files, or one that is only on the way to it.
+enum class FolderKind { OWN, PARENT };
 
 constexpr std::size_t SUFFIX_LENGTH = 6;
 constexpr char SUFFIX_LETTERS[] = "0123456789abcdefghijklmnopqrstuvwxyz";
@@ -148,24 +153,95 @@ std::string parentOf(const std::string& path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+std::string temporaryPrefix(const std::string& name) { return "." + name + "."; }
+
+/// Six letters that this process has not used before, and hardly any other: exclusive creation makes them unique.
+std::string makeSuffix() {
+  static std::atomic<std::uint32_t> counter{0};
+  timespec now = {};
+  clock_gettime(CLOCK_REALTIME, &now);
+  std::uint64_t value = static_cast<std::uint64_t>(now.tv_nsec) * 2654435761U;
+  value += static_cast<std::uint64_t>(getpid()) * 40503U + std::uint64_t{counter.fetch_add(1)} * 131U;
+  std::string suffix;
+  for (std::size_t i = 0; i < SUFFIX_LENGTH; ++i) {
+    constexpr std::size_t LETTER_COUNT = sizeof SUFFIX_LETTERS - 1;
+    suffix += SUFFIX_LETTERS[value % LETTER_COUNT];
+    value /= LETTER_COUNT;
+  }
+  return suffix;
+}
+
+/// What a folder made under `status`'s mode is to have instead: the group's inheritance stays as the parent gave it.
+/// The process's umask does not count for the save files' own folder, and leaves the others usable for their owner.
+mode_t folderMode(const struct stat& status, FolderKind kind) {
+  return kind == FolderKind::OWN ? FOLDER_MODE | (status.st_mode & S_ISGID)
+                                 : (status.st_mode & ALL_MODE_BITS) | S_IRWXU;
+}
+
+/// Gives a folder its name unless that is taken; EEXIST then. File systems without that call give the name plainly,
+/// which replaces an empty folder at worst.
+int nameFolder(const std::string& from, const std::string& to) {
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
+    return 0;
+  }
+  const bool isUnknown = errno == EINVAL || errno == ENOSYS;
+  return isUnknown && rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+}
+
+/// Makes a folder under another name; `made` says which. It gets its mode there, so that nobody ever sees it with
+/// another one.
+Failure makeNamelessFolder(const std::string& path, FolderKind kind, std::string& made) {
+  const std::size_t nameAt = path.rfind('/') + 1;  // 0 without a slash
+  for (int tries = 0; tries < MAX_CREATE_TRIES; ++tries) {
+    made = path.substr(0, nameAt) + temporaryPrefix(path.substr(nameAt)) + makeSuffix();
+    if (mkdir(made.c_str(), kind == FolderKind::OWN ? FOLDER_MODE : PARENT_MODE) == 0) {
+      struct stat status = {};
+      if (stat(made.c_str(), &status) != 0 || chmod(made.c_str(), folderMode(status, kind)) != 0) {
+        const Failure failure = failed("chmod folder");
+        rmdir(made.c_str());
+        return failure;
+      }
+      return NONE;
+    }
+    if (errno != EEXIST) {
+      return failed("make folder");
+    }
+  }
+  return {"make folder", EEXIST, nullptr};
+}
+
 /// Makes one folder, durably, unless it is there.
-Failure makeFolder(const std::string& path, mode_t mode, bool& made) {
-  made = mkdir(path.c_str(), mode) == 0;
-  if (!made) {
-    return errno == EEXIST ? NONE : failed("make folder");
+Failure makeFolder(const std::string& path, FolderKind kind) {
+  struct stat status = {};
+  if (stat(path.c_str(), &status) == 0) {
+    return NONE;
+  }
+  if (errno != ENOENT) {
+    return failed("stat folder");
+  }
+  std::string nameless;
+  if (const Failure failure = makeNamelessFolder(path, kind, nameless)) {
+    return failure;
+  }
+  const int error = nameFolder(nameless, path);
+  if (error != 0) {
+    rmdir(nameless.c_str());
+    const bool wasFaster = error == EEXIST || error == ENOTEMPTY;
+    return wasFaster ? NONE : Failure{"name folder", error, nullptr};
   }
   return syncFolder(parentOf(path));
 }
 
-/// Makes the folder with its parents; `made` says whether it was missing.
-Failure makeFolders(const std::string& path, bool& made) {
+Failure makeFolders(const std::string& path) {
   for (std::size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
-    bool parentMade = false;
-    if (const Failure failure = makeFolder(path.substr(0, slash), PARENT_MODE, parentMade)) {
+    if (path[slash - 1] == '/') {
+      continue;
+    }
+    if (const Failure failure = makeFolder(path.substr(0, slash), FolderKind::PARENT)) {
       return failure;
     }
   }
-  return makeFolder(path, FOLDER_MODE, made);
+  return makeFolder(path, FolderKind::OWN);
 }
 
 Failure openOrMakeFolder(std::string path, Descriptor& folder) {
@@ -178,21 +254,11 @@ Failure openOrMakeFolder(std::string path, Descriptor& folder) {
   if (errno != ENOENT) {
     return failed("open folder");
   }
-  bool made = false;
-  if (const Failure failure = makeFolders(path, made)) {
+  if (const Failure failure = makeFolders(path)) {
     return failure;
   }
-  if (!folder.openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY)) {
-    return failed("open folder");
-  }
-  // The process's umask may have taken bits away from what mkdir was told.
-  if (made && fchmod(folder.get(), FOLDER_MODE) != 0) {
-    return failed("chmod folder");
-  }
-  return NONE;
+  return folder.openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY) ? NONE : failed("open folder");
 }
-
-std::string temporaryPrefix(const std::string& name) { return "." + name + "."; }
 
 bool isTemporary(const std::string& prefix, const char* entry) {
   return std::strncmp(entry, prefix.c_str(), prefix.size()) == 0 &&
@@ -260,22 +326,6 @@ Failure removeLeftOvers(int folder, const std::string& name) {
   }
 }
 
-/// Six letters that this process has not used before, and hardly any other: exclusive creation makes them unique.
-std::string makeSuffix() {
-  static std::atomic<std::uint32_t> counter{0};
-  timespec now = {};
-  clock_gettime(CLOCK_REALTIME, &now);
-  std::uint64_t value = static_cast<std::uint64_t>(now.tv_nsec) * 2654435761U;
-  value += static_cast<std::uint64_t>(getpid()) * 40503U + std::uint64_t{counter.fetch_add(1)} * 131U;
-  std::string suffix;
-  for (std::size_t i = 0; i < SUFFIX_LENGTH; ++i) {
-    constexpr std::size_t LETTER_COUNT = sizeof SUFFIX_LETTERS - 1;
-    suffix += SUFFIX_LETTERS[value % LETTER_COUNT];
-    value /= LETTER_COUNT;
-  }
-  return suffix;
-}
-
 /// The temporary file that becomes the saved one; removed again unless it does. Locked for as long as this lives.
 class TemporaryFile : private LmUncopyable {
  public:
@@ -287,7 +337,7 @@ class TemporaryFile : private LmUncopyable {
     }
   }
 
-  Failure create() {
+  Failure create(mode_t mode) {
     for (int tries = 0; tries < MAX_CREATE_TRIES; ++tries) {
       const std::string name = temporaryPrefix(mSavedName) + makeSuffix();
       if (!mFile.openAt(mFolder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, S_IRUSR | S_IWUSR)) {
@@ -297,6 +347,9 @@ class TemporaryFile : private LmUncopyable {
         return failed("create temporary file");
       }
       mName = name;
+      if (fchmod(mFile.get(), mode) != 0) {  // the umask belongs to the process
+        return failed("chmod temporary file");
+      }
       bool lost = false;
       const Failure failure = lock(lost);
       if (!lost) {
@@ -307,10 +360,7 @@ class TemporaryFile : private LmUncopyable {
     return {"create temporary file", EEXIST, nullptr};
   }
 
-  Failure fill(const std::vector<unsigned char>& image, mode_t mode) const {
-    if (fchmod(mFile.get(), mode) != 0) {
-      return failed("chmod temporary file");
-    }
+  Failure fill(const std::vector<unsigned char>& image) const {
     for (std::size_t done = 0; done < image.size();) {
       const ssize_t written =
           retryInterrupted([&] { return write(mFile.get(), image.data() + done, image.size() - done); });
@@ -374,10 +424,10 @@ Failure replaceFile(int folder, const std::string& name, const std::vector<unsig
     return failure;
   }
   TemporaryFile temporary(folder, name);
-  if (const Failure failure = temporary.create()) {
+  if (const Failure failure = temporary.create(mode)) {
     return failure;
   }
-  if (const Failure failure = temporary.fill(image, mode)) {
+  if (const Failure failure = temporary.fill(image)) {
     return failure;
   }
   if (const Failure failure = temporary.becomeSavedFile()) {

@@ -12,7 +12,8 @@
 ///
 /// Its temporary files are called ".NAME." with six letters or digits behind. A writer holds an flock on its own for as
 /// long as it lives: one that can be locked was left over by a process that died, and the next Flush of the same file
-/// removes it. Whoever dies in the middle of a Flush leaves such a file at most.
+/// removes it. Whoever dies in the middle of a Flush leaves such a file at most, or an empty folder of such a name
+/// beside the folder that it was about to make.
 class PosixSaveFile : public SaveFileAccess {
  public:
   static constexpr std::size_t MAX_SIZE = std::size_t{1024} * 1024;

@@ -2,10 +2,12 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -303,6 +305,35 @@ TEST_F(ASaveFile, HasItsModesWhateverTheUmask) {
     EXPECT_EQ(modeOf(folder / (parent + "/own")), 0770U);
     EXPECT_EQ(modeOf(folder / (parent + "/own/") / NAME), 0660U);
   }
+}
+
+// Under a umask that takes the owner's own rights, whoever is not root could not open the folder that he had just made.
+TEST_F(ASaveFile, IsSavedWithoutPrivilegesWhateverTheUmask) {
+  PosixSaveFile file(folder / "parent/own", NAME, true);
+
+  ChildProcess child([&] {
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    const __user_cap_data_struct none[_LINUX_CAPABILITY_U32S_3] = {};
+    if (syscall(SYS_capset, &header, none) != 0) {
+      return 2;
+    }
+    umask(0777);
+    return save(file, "x") && save(file, "y") ? 0 : 1;
+  });
+
+  EXPECT_EQ(child.wait(), 0);
+  EXPECT_EQ(modeOf(folder / "parent"), 0700U);
+  EXPECT_EQ(modeOf(folder / "parent/own"), 0770U);
+  EXPECT_EQ(folder.contents(std::string("parent/own/") + NAME), "y");
+}
+
+TEST_F(ASaveFile, GetsAFolderThatPassesItsGroupOnAsTheParentDoes) {
+  ASSERT_EQ(chmod(folder.path().c_str(), 02770), 0);
+  PosixSaveFile file(folder / "own", NAME, true);
+
+  EXPECT_TRUE(save(file, "x"));
+
+  EXPECT_EQ(modeOf(folder / "own"), 02770U);
 }
 
 TEST_F(ASaveFile, GetsItsFolderWithAllParents) {
