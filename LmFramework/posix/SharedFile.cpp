@@ -19,6 +19,7 @@ namespace {
 constexpr char FOLDER[] = "/dev/shm";
 constexpr std::size_t FOLDER_SIZE = sizeof FOLDER - 1;
 constexpr mode_t MODE = 0664;
+constexpr mode_t ALL_MODE_BITS = 07777;
 // How often it may be made or removed by somebody else between two steps of open() before that is an error.
 constexpr int MAX_ATTEMPTS = 100;
 
@@ -53,7 +54,14 @@ int finish(int descriptor, const SharedFile::Contents& contents) {
 
 int makeUnderItsName(const char* path, const SharedFile::Contents& contents, int& descriptor) {
   descriptor = shm_open(path + FOLDER_SIZE, O_RDWR | O_CREAT | O_EXCL, MODE);
-  return descriptor == -1 ? errno : finish(descriptor, contents);
+  if (descriptor == -1) {
+    return errno;
+  }
+  const int error = finish(descriptor, contents);
+  if (error != 0) {
+    shm_unlink(path + FOLDER_SIZE);  // whoever has opened it meanwhile finds it removed, and no file of ours
+  }
+  return error;
 }
 
 // EEXIST when somebody else was faster.
@@ -99,6 +107,14 @@ int openOrMake(const char* path, const SharedFile::Contents& contents, int& desc
   return EAGAIN;
 }
 
+// Whoever made it may have died before it had its mode, and nobody else could open it then. Without the right to change
+// it, it is as usable as it was.
+void restoreMode(int descriptor, const struct stat& status) {
+  if (status.st_uid == geteuid() && (status.st_mode & ALL_MODE_BITS) != MODE) {
+    static_cast<void>(fchmod(descriptor, MODE));
+  }
+}
+
 }  // namespace
 
 SharedFile::SharedFile(const std::string& name) : mPath(std::string(FOLDER) + '/' + name) { installForkHandlers(); }
@@ -124,6 +140,7 @@ int SharedFile::open(const Contents& contents) {
     ::close(descriptor);
     return EINVAL;
   }
+  restoreMode(descriptor, status);
   record(descriptor);
   return 0;
 }

@@ -11,7 +11,8 @@
 /// A file of the port's own in the shared-memory folder, which all processes of the unit share.
 ///
 /// It has mode 0664 whatever the umask, and has its first contents before it has its name; only where the
-/// kernel cannot make a file without a name, or /proc is missing, others may see it empty for a moment. It is never
+/// kernel cannot make a file without a name, or /proc is missing, others may see it empty for a moment, and whoever
+/// dies in that moment leaves it so. Its owner sets the mode right whenever it opens it. Once made it is never
 /// removed here. Reading and writing is by calls alone: a load from a mapping kills the process when somebody cuts
 /// the file short.
 ///

@@ -40,6 +40,15 @@ TEST(AFileThatIsThere, IsLeftAsItIs) {
   EXPECT_EQ(std::string("hello\0\0\0", 8), sharedContents("Old"));
 }
 
+TEST(AFileOfItsOwnWithAnotherMode, GetsItsModeBack) {
+  { ASSERT_EQ(0, SharedFile("Half").open(HELLO)); }
+  ASSERT_EQ(0, chmod(sharedPath("Half").c_str(), 0600));
+
+  EXPECT_EQ(0, SharedFile("Half").open(HELLO));
+
+  EXPECT_EQ(0664U, sharedMode("Half"));
+}
+
 TEST(ARemovedFile, IsNotCurrent) {
   SharedFile file("Gone");
   EXPECT_FALSE(file.isCurrent());
