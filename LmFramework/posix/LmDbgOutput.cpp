@@ -14,6 +14,7 @@
 
 #include "LmFramework/posix/DbgOutputFork.h"
 #include "LmFramework/posix/ForkHandlers.h"
+#include "LmFramework/posix/SystemCall.h"
 
 namespace {
 
@@ -83,10 +84,7 @@ class Line {
     mText[mLength] = '\n';
     std::size_t done = 0;
     while (done <= mLength) {
-      const ssize_t written = write(STDERR_FILENO, mText + done, mLength + 1 - done);
-      if (written < 0 && errno == EINTR) {
-        continue;
-      }
+      const ssize_t written = retryInterrupted([&] { return write(STDERR_FILENO, mText + done, mLength + 1 - done); });
       if (written <= 0) {
         break;  // nobody is left to be told
       }
@@ -100,7 +98,8 @@ class Line {
   std::size_t mLength = 0;
 };
 
-void finish(Line& line) {
+void addMessage(Line& line, const char* format, va_list arguments) {
+  line.added(std::vsnprintf(line.end(), line.space(), format, arguments));
   line.dropNewline();
   line.cut();
   line.maskControlCharacters();
@@ -114,6 +113,17 @@ std::unique_lock<std::mutex> lockOutput() {
 
 const char* orUnknown(const char* text) { return text != nullptr ? text : "?"; }
 
+enum class Destination { SINK, STANDARD_ERROR };
+
+void giveOut(Line& line, Destination destination) {
+  const std::unique_lock<std::mutex> lock = lockOutput();
+  if (destination == Destination::SINK && currentSink != nullptr) {
+    currentSink(currentContext, line.text());
+  } else {
+    line.writeToStandardError();
+  }
+}
+
 void printToSyslog(void* /*context*/, const char* line) { syslog(LOG_DEBUG, "%s", line); }
 
 }  // namespace
@@ -125,16 +135,9 @@ void LmDbgOutput::DbgPrint(const char* file, const char* function, int line, int
       std::snprintf(text.end(), text.space(), "%s:%d %s [%d] ", orUnknown(file), line, orUnknown(function), tag));
   va_list arguments;
   va_start(arguments, format);
-  text.added(std::vsnprintf(text.end(), text.space(), format, arguments));
+  addMessage(text, format, arguments);
   va_end(arguments);
-  finish(text);
-
-  const std::unique_lock<std::mutex> lock = lockOutput();
-  if (currentSink != nullptr) {
-    currentSink(currentContext, text.text());
-  } else {
-    text.writeToStandardError();
-  }
+  giveOut(text, Destination::SINK);
 }
 
 void LmDbgOutput::DbgPrintStdErr(const char* file, const char* function, int line, const char* format, ...) {
@@ -143,12 +146,9 @@ void LmDbgOutput::DbgPrintStdErr(const char* file, const char* function, int lin
   text.added(std::snprintf(text.end(), text.space(), "%s:%d %s ", orUnknown(file), line, orUnknown(function)));
   va_list arguments;
   va_start(arguments, format);
-  text.added(std::vsnprintf(text.end(), text.space(), format, arguments));
+  addMessage(text, format, arguments);
   va_end(arguments);
-  finish(text);
-
-  const std::unique_lock<std::mutex> lock = lockOutput();
-  text.writeToStandardError();
+  giveOut(text, Destination::STANDARD_ERROR);
 }
 
 void LmDbgOutput::setSink(Sink sink, void* context) {

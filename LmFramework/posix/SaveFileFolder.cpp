@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <vector>
 
+#include "LmFramework/posix/SystemCall.h"
+
 namespace {
 
 constexpr char FOLDER_VARIABLE[] = "LM_SAVE_FILE_DIR";
@@ -26,11 +28,11 @@ std::string homeOf(uid_t user) {
   for (;;) {
     passwd entry = {};
     passwd* found = nullptr;
-    const int error = getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found);
-    if (error == EINTR) {
-      continue;
-    }
-    if (error != ERANGE) {
+    const int result = retryInterrupted([&] {
+      errno = getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found);  // it returns the error instead
+      return errno == 0 ? 0 : -1;
+    });
+    if (result == 0 || errno != ERANGE) {
       return found != nullptr ? entry.pw_dir : "";
     }
     buffer.resize(buffer.size() * 2);
