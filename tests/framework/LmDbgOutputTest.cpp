@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -188,6 +189,20 @@ TEST(ALogForSyslog, LeavesStandardErrorAlone) {
 
   LmDbgOutput::setSink(nullptr, nullptr);
   EXPECT_EQ(captured.text(), "");
+}
+
+TEST(ALogForSyslog, GivesItEachLineAsItIs) {
+  const CapturedStdErr captured;
+
+  ChildProcess child([] {
+    openlog("unit", LOG_PERROR, LOG_USER);  // shows on standard error what syslog() is given
+    LmDbgOutput::useSyslog();
+    LmDbgOutput::DbgPrint("f", "g", 1, 1, "50 %%, %s\n", "%s");
+    return 0;
+  });
+
+  EXPECT_EQ(child.wait(), 0);
+  EXPECT_THAT(captured.lines(), ElementsAre("unit: f:1 g [1] 50 %, %s"));
 }
 
 TEST(ManyThreads, NeverMixTheirLines) {

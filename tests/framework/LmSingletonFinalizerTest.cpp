@@ -104,10 +104,15 @@ TEST(TheFinalizer, RunsWhatIsRegisteredWhileTheProcessExits) {
 
 TEST(TheFinalizer, FindsTheMutexOfTheSourceAlive) {
   EXPECT_EQ(saidAtExitAfter([] {
-              static LmSync mutex;
-              LmSingletonFinalizer::addDestroyFunc([] { say(mutex.Lock() && mutex.Unlock() ? "alive" : "dead"); });
+              // Destroyed in the reverse order: the mutex would be before its witness speaks.
+              static struct Source {
+                const Witness witness{"mutex destroyed"};
+                LmSync mutex;
+              } source;
+              LmSingletonFinalizer::addDestroyFunc(
+                  [] { say(source.mutex.Lock() && source.mutex.Unlock() ? "locked" : "not locked"); });
             }),
-            (Lines{"alive"}));
+            (Lines{"locked", "mutex destroyed"}));
 }
 
 void f0() { say("0"); }
