@@ -210,6 +210,7 @@ TEST(ManyThreads, NeverMixTheirLines) {
   constexpr int LINES = 200;
   const CapturedStdErr captured;
   std::vector<std::thread> threads;
+  threads.reserve(THREADS);
 
   for (int i = 0; i < THREADS; ++i) {
     threads.emplace_back([i] {
@@ -242,6 +243,7 @@ TEST(ManyThreads, DoNotHangTheLogOfAForkedChild) {
   const CapturedStdErr captured;
   std::atomic<bool> stop{false};
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
       while (!stop) {

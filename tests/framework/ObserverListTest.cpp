@@ -399,6 +399,7 @@ TEST_F(AnObserverList, NeverCallsAnObserverThatWasRemoved) {
   } observer;
   std::atomic<bool> stop{false};
   std::vector<std::thread> notifiers;
+  notifiers.reserve(3);
   for (int i = 0; i < 3; ++i) {
     notifiers.emplace_back([&] {
       while (!stop) {
