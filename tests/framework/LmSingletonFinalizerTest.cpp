@@ -124,6 +124,7 @@ TEST(TheFinalizer, RunsEachFunctionOnceWhenThreadsRace) {
   auto lines = saidAtExitAfter([] {
     const std::vector<LmSingletonFinalizer::DestroyFunc> functions{&f0, &f1, &f2, &f3};
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (int i = 0; i < 8; ++i) {
       threads.emplace_back([&] {
         for (int round = 0; round < 50; ++round) {
