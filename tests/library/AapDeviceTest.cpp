@@ -71,11 +71,11 @@ TEST(AnAapDevice, LaysItsFieldsOutInTheirOrder) {
 TEST(AnAapDevice, IsCopiedFieldByFieldWithTextsThatHaveNoEnd) {
   const AapDevice original = filled();
 
-  const AapDevice copy(original);
+  const auto copy = std::make_unique<AapDevice>(original);
   AapDevice assigned;
   assigned = original;
 
-  expectFilled(copy);
+  expectFilled(*copy);
   expectFilled(assigned);
 }
 

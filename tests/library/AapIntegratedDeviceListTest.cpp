@@ -57,6 +57,7 @@ std::vector<IntegratedDevice> usbList(const AapIntegratedDeviceList& adapter) {
 
 std::vector<std::string> ids(const std::vector<AapDevice>& list) {
   std::vector<std::string> found;
+  found.reserve(list.size());
   for (const AapDevice& device : list) {
     found.emplace_back(device.id);
   }

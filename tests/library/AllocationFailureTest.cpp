@@ -75,7 +75,6 @@ using LmSIntegratedDeviceListDef::DEVICE_TYPE_CARPLAY;
 using LmSIntegratedDeviceListDef::DeviceType;
 using LmSIntegratedDeviceListDef::IntegratedDevice;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 using List = std::vector<IntegratedDevice>;
 
@@ -110,6 +109,7 @@ void onAnotherThread(const std::function<void()>& operation) {
 
 std::vector<std::string> told(const List& list) {
   std::vector<std::string> texts;
+  texts.reserve(list.size());
   for (const IntegratedDevice& device : list) {
     texts.push_back(std::to_string(device.btid) + " " + device.name);
   }

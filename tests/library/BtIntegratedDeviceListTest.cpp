@@ -57,6 +57,7 @@ std::vector<IntegratedDevice> btList(const BtIntegratedDeviceList& adapter) {
 
 std::vector<unsigned> ids(const std::vector<BtPairedDevice>& list) {
   std::vector<unsigned> found;
+  found.reserve(list.size());
   for (const BtPairedDevice& device : list) {
     found.push_back(device.id);
   }

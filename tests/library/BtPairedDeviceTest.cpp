@@ -77,11 +77,11 @@ TEST(ABtPairedDevice, LaysItsFieldsOutInTheirOrder) {
 TEST(ABtPairedDevice, IsCopiedFieldByFieldWithTextsThatHaveNoEnd) {
   const BtPairedDevice original = filled();
 
-  const BtPairedDevice copy(original);
+  const auto copy = std::make_unique<BtPairedDevice>(original);
   BtPairedDevice assigned;
   assigned = original;
 
-  expectFilled(copy);
+  expectFilled(*copy);
   expectFilled(assigned);
 }
 

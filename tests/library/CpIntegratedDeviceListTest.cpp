@@ -48,6 +48,7 @@ std::vector<cps_def::WCPAtom> records(CpIntegratedDeviceList& adapter) {
 
 std::vector<std::uint64_t> ids(const std::vector<cps_def::WCPAtom>& list) {
   std::vector<std::uint64_t> found;
+  found.reserve(list.size());
   for (const cps_def::WCPAtom& atom : list) {
     found.push_back(atom.identifier);
   }

@@ -2,6 +2,7 @@
 // What the adapters of all three sources promise about a table that others cut, rewrite or do not let them map.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <time.h>
 
@@ -144,7 +145,7 @@ class EveryAdapter : public SegmentTest {
   static int cutAndLengthen(const SharedRounds& rounds, std::size_t shortest) {
     RawSegment raw(Source::FORMAT.name);
     for (unsigned round = 0;; ++round) {
-      raw.resize(shortest + round * 37 % (SIZE + 1 - shortest));
+      raw.resize(shortest + std::size_t{round} * 37 % (SIZE + 1 - shortest));
       raw.resize(SIZE);
       Source::putFirstHalf(raw, round % Source::SLOTS, 3);
       rounds.next();
@@ -253,6 +254,10 @@ TYPED_TEST(EveryAdapter, NeverReadsWhatIsHalfWrittenByAWriterWithTheLock) {
     }
     seen.insert(TypeParam::firstHalf(found[0]));
   }
+  const LmSharedSyncObject lock(TypeParam::FORMAT.name + 1);
+  const LmSyncGuard guard(lock);  // so that the writer does not die with it
+  writer.signal(SIGKILL);
+  EXPECT_EQ(writer.wait(), -SIGKILL);
 }
 
 TYPED_TEST(EveryAdapter, IsAnEmptySourceWhereItsTableCannotBeMapped) {

@@ -132,6 +132,7 @@ TEST(CompareUsbPort, OrdersSignedNumbers) {
   std::stable_sort(list.begin(), list.end(), idl::compareUsbPort);
 
   std::vector<std::int32_t> ports;
+  ports.reserve(list.size());
   for (const IntegratedDevice& record : list) {
     ports.push_back(record.port);
   }

@@ -70,6 +70,7 @@ class AnAdapter : public ::testing::Test {
     std::vector<IntegratedDevice> list;
     (mAdapter.*getter)(list);
     std::vector<std::string> found;
+    found.reserve(list.size());
     for (const IntegratedDevice& device : list) {
       found.push_back(device.name);
     }

@@ -37,6 +37,7 @@ constexpr std::uint64_t CONNECTED_WITH_USB_FLAG = (std::uint64_t{1} << 41) + 77;
 /// "2 Phone btid=3 port=1 suffix=1", with the source in front.
 std::vector<std::string> told(const List& list) {
   std::vector<std::string> texts;
+  texts.reserve(list.size());
   for (const IntegratedDevice& device : list) {
     texts.push_back(std::to_string(static_cast<int>(device.type)) + " " + device.name +
                     " btid=" + std::to_string(device.btid) + " port=" + std::to_string(device.port) +

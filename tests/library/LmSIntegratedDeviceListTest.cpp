@@ -43,6 +43,7 @@ static_assert(!std::is_copy_constructible_v<LmSIntegratedDeviceList>);
 
 std::vector<std::string> namesOf(const List& list) {
   std::vector<std::string> names;
+  names.reserve(list.size());
   for (const IntegratedDevice& device : list) {
     names.push_back(device.name);
   }
@@ -292,6 +293,7 @@ TEST_F(EightThreads, SeeOnlyListsThatThePublisherHasPublished) {
   });
 
   std::vector<std::thread> threads;
+  threads.reserve(8);
   for (unsigned i = 0; i < 8; ++i) {
     threads.emplace_back([this, i] { callEverything(i); });
   }
@@ -311,6 +313,7 @@ TEST_F(EightThreads, AllGetTheOneFacadeThatIsMade) {
     std::atomic<unsigned> arrived{0};
     std::vector<LmSIntegratedDeviceList*> got(8);
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (unsigned i = 0; i < 8; ++i) {
       threads.emplace_back([&arrived, &got, i] {
         ++arrived;

@@ -29,6 +29,7 @@ std::vector<T*> askedAtOnce() {
   std::atomic<unsigned> arrived{0};
   std::vector<T*> got(count);
   std::vector<std::thread> threads;
+  threads.reserve(count);
   for (unsigned i = 0; i < count; ++i) {
     threads.emplace_back([&arrived, &got, i] {
       ++arrived;

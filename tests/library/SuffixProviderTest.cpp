@@ -42,6 +42,7 @@ IntegratedDevice usbPhone(const std::string& name, std::int32_t port) { return p
 /// "3 Phone 3" is a phone with number 3 that is displayed as Phone 3.
 std::vector<std::string> shown(const List& list) {
   std::vector<std::string> texts;
+  texts.reserve(list.size());
   for (const IntegratedDevice& device : list) {
     texts.push_back(std::to_string(device.suffix) + " " + device.name);
   }
@@ -482,6 +483,7 @@ class ManyPhonesOfOneName : public AStartedProvider {
   std::vector<unsigned> numbersOf(List list) {
     provider.appendSuffix(list);
     std::vector<unsigned> numbers;
+    numbers.reserve(list.size());
     for (const IntegratedDevice& device : list) {
       numbers.push_back(device.suffix);
     }
@@ -490,6 +492,7 @@ class ManyPhonesOfOneName : public AStartedProvider {
 
   static std::vector<unsigned> upTo(unsigned last) {
     std::vector<unsigned> numbers;
+    numbers.reserve(last);
     for (unsigned number = 1; number <= last; ++number) {
       numbers.push_back(number);
     }

@@ -37,6 +37,7 @@ DeviceInfo phone(std::uint8_t btid, const std::string& name, std::uint8_t suffix
 /// "3 Phone 2": Bluetooth id, name and number.
 std::vector<std::string> told(const Table& table) {
   std::vector<std::string> texts;
+  texts.reserve(table.size());
   for (const DeviceInfo& entry : table) {
     texts.push_back(std::to_string(entry.btid) + " " + entry.name + " " + std::to_string(entry.suffix));
   }

@@ -465,6 +465,7 @@ TEST_F(TheReaders, CopyAWholeAndroidAutoTableByOneRead) {
 TEST_F(TheReaders, CopyEachCarPlayEntryByARead) {
   CpIntegratedDeviceList adapter;
   Calls expected;
+  expected.reserve(11);
   for (unsigned i = 0; i < 11; ++i) {
     expected.push_back("pread fd 296@" + std::to_string(1800 + 296 * i));
   }

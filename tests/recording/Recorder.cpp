@@ -73,6 +73,7 @@ std::vector<std::string> Recorder::mutexesAtLoad() {
     mutexes = state.mutexesAtLoad;
   }
   std::vector<std::string> names;
+  names.reserve(mutexes.size());
   for (const void* mutex : mutexes) {
     names.push_back(state.nameOf(mutex, "LmSync"));
   }
