@@ -190,7 +190,8 @@ TEST_F(AnUninitialisedResource, KeepsTheBytesBehindTheSizeWordAndBehindTheFlag) 
 TEST_F(AnUninitialisedResource, HasItsPhoneTableZeroed) {
   const CarPlayInfoSharedMem resource;
 
-  EXPECT_EQ(mRaw.bytes(1800, 11 * 296), std::string(11 * 296, '\0'));
+  constexpr std::size_t TABLE_SIZE = 3256;  // eleven entries of 296 bytes
+  EXPECT_EQ(mRaw.bytes(1800, TABLE_SIZE), std::string(TABLE_SIZE, '\0'));
 }
 
 TEST_F(AnUninitialisedResource, IsInitialisedOnceOnly) {

@@ -27,7 +27,7 @@ IntegratedDevice device(std::uint8_t btid, std::int32_t port) {
   return made;
 }
 
-DeviceInfo info(std::uint8_t btid, std::int32_t port) { return device(btid, port); }
+DeviceInfo info(std::uint8_t btid, std::int32_t port) { return static_cast<const DeviceInfo&>(device(btid, port)); }
 
 /// What a function writes to descriptor 1.
 template <class Function>

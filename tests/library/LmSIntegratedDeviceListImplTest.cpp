@@ -22,7 +22,6 @@ using LmSIntegratedDeviceListDef::DEVICE_TYPE_CARPLAY;
 using LmSIntegratedDeviceListDef::DeviceType;
 using LmSIntegratedDeviceListDef::IntegratedDevice;
 using testing::ElementsAre;
-using testing::Eq;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -123,7 +122,7 @@ TEST_F(AServiceThatIsNotInitialized, MakesFuncInfoWhenNobodyHasAndAwaitsNothing)
 }
 
 TEST_F(AServiceThatIsNotInitialized, AwaitsNothingWhereFuncInfoIsTooShort) {
-  RawSegment(std::string("/FuncInfo"), 512, 255);
+  const RawSegment funcInfo("/FuncInfo", 512, 255);
 
   service.initialize();
   service.updateDeviceList(DEVICE_TYPE_AAP);
@@ -132,7 +131,7 @@ TEST_F(AServiceThatIsNotInitialized, AwaitsNothingWhereFuncInfoIsTooShort) {
 }
 
 TEST_F(AServiceThatIsNotInitialized, AwaitsBluetoothWhereFuncInfoReachesToItsFlagAndNoFurther) {
-  RawSegment(std::string("/FuncInfo"), 513, 255);
+  const RawSegment funcInfo("/FuncInfo", 513, 255);
 
   service.initialize();
   service.updateDeviceList(DEVICE_TYPE_AAP);

@@ -22,7 +22,6 @@ using LmSIntegratedDeviceListDef::IntegratedDevice;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::SizeIs;
 
 using List = std::vector<IntegratedDevice>;
 
