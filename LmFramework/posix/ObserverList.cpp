@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "LmFramework/posix/ObserverList.h"
 
-#include <cxxabi.h>
-
 #include <algorithm>
 #include <condition_variable>
 #include <exception>
@@ -246,11 +244,13 @@ void ObserverList::notify(unsigned id, void* data, unsigned size, std::uint64_t 
     try {
       const Call call(*this, lock, *attachment);
       call.mObserver->Update(id, data, size);
-    } catch (const abi::__forced_unwind&) {
-      throw;  // the thread is being ended, which cannot be put off
     } catch (...) {
+      const std::exception_ptr current = std::current_exception();
+      if (current == nullptr) {
+        throw;  // not the language's own: the thread is being ended, which cannot be put off
+      }
       if (thrown == nullptr) {
-        thrown = std::current_exception();
+        thrown = current;
       }
     }
   }

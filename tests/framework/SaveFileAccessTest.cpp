@@ -451,6 +451,8 @@ TEST_F(AFileThatCannotBeRead, BecauseNoDescriptorIsLeft) {
   folder.put(NAME, "stored");
 
   ChildProcess child([&] {
+    access->FOpen();  // a sanitizer that sees a class for the first time needs descriptors of its own
+    access->FClose();
     rlimit limit = {};
     getrlimit(RLIMIT_NOFILE, &limit);
     const rlimit none = {0, limit.rlim_max};

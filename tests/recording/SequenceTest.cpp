@@ -218,6 +218,8 @@ TEST_F(ASegment, ThatIsDestroyedTakesNoLock) {
 }
 
 TEST_F(ASegment, ThatCannotBeOpenedSaysSoAtLine122) {
+  // A sanitizer that sees a class for the first time needs descriptors of its own.
+  { const BtPairedDeviceListSharedMem first; }
   Recorder::begin(LOCKS | Recorder::LOG);
   const LoweredLimit noDescriptors(RLIMIT_NOFILE, 0);
 
