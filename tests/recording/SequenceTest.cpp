@@ -29,6 +29,7 @@
 #include "SysDataFactory.h"
 #include "SysDataIDLSuffix.h"
 #include "SysDataWrapper.h"
+#include "recording/FailingShmOpen.h"
 #include "recording/Recorder.h"
 #include "support/PhoneTables.h"
 
@@ -218,10 +219,8 @@ TEST_F(ASegment, ThatIsDestroyedTakesNoLock) {
 }
 
 TEST_F(ASegment, ThatCannotBeOpenedSaysSoAtLine122) {
-  // A sanitizer that sees a class for the first time needs descriptors of its own.
-  { const BtPairedDeviceListSharedMem first; }
   Recorder::begin(LOCKS | Recorder::LOG);
-  const LoweredLimit noDescriptors(RLIMIT_NOFILE, 0);
+  const FailingShmOpen noDescriptors(EMFILE);
 
   const BtPairedDeviceListSharedMem segment;
 

@@ -17,6 +17,6 @@ lm_add_tests(sequence_tests
   LIBRARIES IntegratedDeviceListObjects LmFrameworkRecording)
 target_include_directories(sequence_tests PRIVATE ${PROJECT_SOURCE_DIR}/src/Public/IntegratedDeviceList/private)
 # The copies that the segments make, in one record with the locks.
-foreach(call pread pread64 pwrite pwrite64)
+foreach(call pread pread64 pwrite pwrite64 shm_open)
   target_link_options(sequence_tests PRIVATE -Wl,--wrap=${call})
 endforeach()
