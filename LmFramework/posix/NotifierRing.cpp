@@ -107,6 +107,7 @@ int NotifierRing::open() {
   if (error != 0) {
     return error;
   }
+  mFoundEmpty = mFile.isEmpty();
   void* page = mmap(nullptr, MAPPED_SIZE, PROT_READ, MAP_SHARED, mFile.descriptor(), 0);
   if (page == MAP_FAILED) {
     const int reason = errno;
@@ -163,12 +164,14 @@ int NotifierRing::publish(std::uint32_t id, const void* data, std::uint32_t size
   }
   NotifierRingHeader header = {};
   if (!readHeader(mFile, header)) {
+    const bool isFirst = mFoundEmpty && mFile.isEmpty();
     error = makeAnew(header);
     if (error != 0) {
       return error;
     }
-    madeAnew = true;
+    madeAnew = madeAnew || !isFirst;
   }
+  mFoundEmpty = false;
 
   NotifierRingSlot slot = {};
   slot.generation = header.generation;

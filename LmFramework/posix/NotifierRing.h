@@ -104,7 +104,9 @@ class NotifierRing : private LmUncopyable {
   bool read(const Position& position, NotifierRingSlot& slot) const;
 
   /// Publishes one message of at most 64 bytes and wakes the readers; with the named lock held.
-  /// @param madeAnew  set when the ring was not intact and had to be made anew; else untouched
+  /// @param madeAnew  set when the ring was not intact and had to be made anew; else untouched, also when it is made
+  /// for
+  ///                  the first time in a file that was found without a length
   /// @return 0 or an error number
   int publish(std::uint32_t id, const void* data, std::uint32_t size, bool& madeAnew);
 
@@ -120,6 +122,7 @@ class NotifierRing : private LmUncopyable {
   void unmap();
 
   SharedFile mFile;
+  bool mFoundEmpty = false;  // when it was opened; a unit makes it so at boot to give it its owner
   // The futex word in the first page. Its address is all that is used: a load would kill the process if somebody cut
   // the file short, the kernel just refuses.
   std::atomic<std::uint32_t*> mWord{nullptr};

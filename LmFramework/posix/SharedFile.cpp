@@ -173,6 +173,11 @@ bool SharedFile::isCurrent() const {
   return isOpen() && fstat(mDescriptor, &status) == 0 && status.st_nlink != 0;
 }
 
+bool SharedFile::isEmpty() const {
+  struct stat status = {};
+  return isOpen() && fstat(mDescriptor, &status) == 0 && status.st_size == 0;
+}
+
 bool SharedFile::read(std::uint32_t offset, void* bytes, std::size_t size) const {
   char* to = static_cast<char*>(bytes);
   std::size_t done = 0;

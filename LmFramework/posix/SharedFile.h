@@ -43,6 +43,9 @@ class SharedFile : private LmUncopyable {
   /// False when it is not open, or was removed or replaced meanwhile: whoever opens it now gets another file.
   bool isCurrent() const;
 
+  /// True when it has no length: made by somebody who gives it its owner only, or cut.
+  bool isEmpty() const;
+
   /// Reads all of `size` bytes. False when the file is shorter or cannot be read; `bytes` may then be written in part.
   bool read(std::uint32_t offset, void* bytes, std::size_t size) const;
 

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <iterator>
 #include <memory>
@@ -674,6 +675,21 @@ TEST(AForkFromInsideANotification, EndsTheChildAfterTheNotification) {
 
   ASSERT_TRUE(recorder.waitFor(1));
   EXPECT_EQ(0, result);
+}
+
+// A unit makes the ring's file at boot, so that it has an owner and a group of the unit's choice.
+TEST(ARingWithoutALength, IsMadeByTheFirstMessageWhichIsHeardWithoutALogLine) {
+  std::ofstream(sharedPath(RING)).close();
+  const LogCapture log;
+  LmSharedMemNotifier notifier(false);
+  Recorder recorder;
+  ASSERT_TRUE(add(notifier, recorder));
+
+  EXPECT_TRUE(reaches(notifier, recorder, "first"));
+  EXPECT_TRUE(reaches(notifier, recorder, "second"));
+
+  EXPECT_EQ(2U, recorder.messages().size());
+  EXPECT_EQ(0U, log.lines().size());
 }
 
 class ADamagedRing : public testing::Test {

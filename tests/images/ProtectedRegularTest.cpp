@@ -3,7 +3,6 @@
 // folder. The services of a unit are different users, so that is what every process meets there.
 #include <errno.h>
 #include <fcntl.h>
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/mman.h>
@@ -28,6 +27,7 @@
 #include "LmFramework/SharedMemory/LmSharedMemory.h"
 #include "support/ChildProcess.h"
 #include "support/TempFolder.h"
+#include "support/Users.h"
 
 namespace {
 
@@ -63,21 +63,13 @@ class Signal {
   int mEnds[2] = {-1, -1};
 };
 
-/// For good.
-void become(uid_t user) {
-  const gid_t groups[] = {GROUP};
-  ASSERT_EQ(setgroups(1, groups), 0);
-  ASSERT_EQ(setgid(GROUP), 0);
-  ASSERT_EQ(setuid(user), 0);
-}
-
 void writePhone(idl::wire::BtSlot& slot, std::uint8_t id, const char* name) {
   slot.id = id;
   std::strncpy(slot.name, name, sizeof(slot.name) - 1);
 }
 
 int publish(Signal& published, Signal& clientListens) {
-  become(PUBLISHER);
+  become(PUBLISHER, {GROUP});
   LmSharedMemory<idl::wire::FuncInfoStruct, 1> functions(idl::wire::FUNC_INFO_SEGMENT);
   LmSharedMemory<idl::wire::AapDeviceList, 1> autoPhones(idl::wire::AAP_SEGMENT);
   LmSharedMemory<idl::wire::CarPlaySharedMemStruct, 1> carPlay(idl::wire::CARPLAY_SEGMENT);
@@ -130,7 +122,7 @@ void expectCreatingOpenIsForbidden(const char* name) {
 }
 
 int listPhones(const Signal& clientListens) {
-  become(CLIENT);
+  become(CLIENT, {GROUP});
   for (const char* name : {"BtPairedDeviceList", "AapDeviceList", "LmSCarplayResource", "FuncInfo",
                            "LmLock.BtPairedDeviceList", "LmSharedMemNotifier"}) {
     expectOwner(name);
