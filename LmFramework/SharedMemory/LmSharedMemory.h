@@ -205,11 +205,19 @@ class LmSharedMemory : public LmSharedSyncObject {
     if (fd == -1 && errno == EACCES) {
       fd = ::shm_open(objectName, O_RDWR, MODE);  // fs.protected_regular forbids O_CREAT on another user's object
     }
+    struct stat status = {};
+    if (fd == -1 || ::fstat(fd, &status) != 0) {
+      return;
+    }
+    if (!S_ISREG(status.st_mode)) {  // a pipe or a device, of which some can be mapped: nobody's table
+      ::close(fd);
+      fd = -1;
+      return;
+    }
     // Sizing is done under the lock that we hold: an object without any length has lost its creator before that. Where
     // the lock excludes no other process, which it has logged, this may be a creator at work: both then zero a new
     // table.
-    struct stat status = {};
-    created = fd != -1 && ::fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0;
+    created = status.st_size == 0;
   }
 
   int fd = -1;

@@ -21,6 +21,8 @@
 #include "LmFramework/SharedMemory/LmSharedMemory.h"
 #include "support/CapturedStdErr.h"
 #include "support/ChildProcess.h"
+#include "support/LogCapture.h"
+#include "support/OddObjects.h"
 #include "support/RawSegment.h"
 #include "support/SegmentTest.h"
 #include "support/SharedRounds.h"
@@ -35,6 +37,7 @@ using ::testing::StartsWith;
 
 constexpr char NAME[] = "/LmTest";
 constexpr char PATH[] = "/dev/shm/LmTest";
+constexpr char MMAP_ERROR[] = "LmFramework/SharedMemory/LmSharedMemory:151 LmSharedMemory mmap error";
 
 struct Words {
   std::uint32_t values[25];
@@ -352,62 +355,70 @@ TEST_F(AnObject, CanBeReplacedWhileItIsAttached) {
   EXPECT_EQ(RawSegment(NAME).bytes(4, 4), RawSegment::littleEndian(5, 4));
 }
 
-/// Something in the object's place that cannot be mapped.
-class AnObstacle : public SegmentTest {
+/// Something in the object's place that is no table.
+class AnObstacle : public SegmentTest, public ::testing::WithParamInterface<OddObject> {
  protected:
-  /// Constructs, uses and destroys a segment.
-  static void expectUnmapped() {
-    const CapturedStdErr log;
-    {
-      const Segment segment("LmTest");
-      char copy[4] = {1, 2, 3, 4};
-
-      EXPECT_EQ(segment.data(), nullptr);
-      EXPECT_EQ(segment.read(4, copy, 4), 0U);
-      EXPECT_FALSE(segment.write(4, copy, 4));
-      EXPECT_THAT(copy, ElementsAre(1, 2, 3, 4));
-      const LmSyncGuard guard(segment);  // it is still a lock
+  void SetUp() override {
+    if (!GetParam().make(PATH)) {
+      GTEST_SKIP() << "cannot be made here";
     }
-    EXPECT_THAT(log.lines(), ElementsAre("LmFramework/SharedMemory/LmSharedMemory:151 LmSharedMemory mmap error"));
-    EXPECT_EQ(mappings(NAME), 0U);
-    EXPECT_EQ(descriptors(NAME), 0U);
   }
 };
 
-TEST_F(AnObstacle, ThatIsAFolderIsReportedOnce) {
-  ASSERT_EQ(mkdir(PATH, 0755), 0);
+TEST_P(AnObstacle, IsReportedOnceAndNeitherFollowedNorChanged) {
+  const auto before = std::filesystem::symlink_status(PATH);
+  const CapturedStdErr log;
+  {
+    const Segment segment("LmTest");
+    char copy[4] = {1, 2, 3, 4};
 
-  expectUnmapped();
+    EXPECT_EQ(segment.data(), nullptr);
+    EXPECT_EQ(segment.read(4, copy, 4), 0U);
+    EXPECT_FALSE(segment.write(4, copy, 4));
+    EXPECT_THAT(copy, ElementsAre(1, 2, 3, 4));
+    EXPECT_EQ(descriptors(NAME), 0U) << "it is not kept open";
+    const LmSyncGuard guard(segment);  // it is still a lock
+  }
 
-  EXPECT_TRUE(std::filesystem::is_directory(PATH));
+  EXPECT_THAT(log.lines(), ElementsAre(MMAP_ERROR));
+  EXPECT_EQ(mappings(NAME), 0U);
+  EXPECT_TRUE(noLinkWasFollowed());
+  EXPECT_EQ(std::filesystem::symlink_status(PATH).type(), before.type());
+  EXPECT_EQ(std::filesystem::symlink_status(PATH).permissions(), before.permissions());
 }
 
-TEST_F(AnObstacle, ThatIsAPipeIsReportedOnceWithoutWaitingForItsOtherEnd) {
-  ASSERT_EQ(mkfifo(PATH, 0664), 0);
+INSTANTIATE_TEST_SUITE_P(OfEachKind, AnObstacle, ::testing::ValuesIn(ODD_OBJECTS),
+                         [](const auto& obstacle) { return std::string(obstacle.param.name); });
 
-  expectUnmapped();
+TEST_F(AnObject, ThatMayNotBeOpenedIsReportedOnce) {
+  constexpr uid_t SOMEBODY = 65534;
+  constexpr int CANNOT = 77;
+  for (const mode_t mode : {0000U, 0400U, 0444U, 0200U, 0222U}) {
+    ASSERT_EQ(chmod(PATH, mode), 0);
+    ChildProcess child([] {
+      if (setresgid(SOMEBODY, SOMEBODY, SOMEBODY) != 0 || setresuid(SOMEBODY, SOMEBODY, SOMEBODY) != 0) {
+        return CANNOT;
+      }
+      const LogCapture ofTheLock;  // whose file may belong to another user as well
+      const CapturedStdErr log;
+      const Segment segment("LmTest");
+      char copy[4];
+      const bool isUnmapped = segment.data() == nullptr && segment.read(4, copy, 4) == 0;
+      return isUnmapped && log.lines() == std::vector<std::string>{MMAP_ERROR} ? 0 : 1;
+    });
 
-  EXPECT_TRUE(std::filesystem::is_fifo(PATH));
+    const int end = child.wait();
+
+    if (end == CANNOT) {
+      GTEST_SKIP() << "there is no other user here";
+    }
+    EXPECT_EQ(end, 0) << mode;
+    EXPECT_EQ(mRaw.all(), std::string(SIZE, 0x5A));
+    EXPECT_EQ(mRaw.mode(), mode);
+  }
 }
 
-TEST_F(AnObstacle, ThatIsALinkIsReportedOnceAndNotFollowed) {
-  const RawSegment elsewhere("/FuncInfo", 4, 0x5A);
-  std::filesystem::create_symlink("/dev/shm/FuncInfo", PATH);
-
-  expectUnmapped();
-
-  EXPECT_EQ(elsewhere.all(), std::string(4, 0x5A));
-}
-
-TEST_F(AnObstacle, ThatIsALinkToNothingIsReportedOnceAndCreatesNothing) {
-  std::filesystem::create_symlink("/dev/shm/FuncInfo", PATH);
-
-  expectUnmapped();
-
-  EXPECT_FALSE(RawSegment::exists("/FuncInfo"));
-}
-
-TEST_F(AnObstacle, IsNotTriedAgainByTheSameSegmentObject) {
+TEST_F(NoObject, ThatCouldBeMappedIsNotTriedAgainByTheSameSegmentObject) {
   ASSERT_EQ(mkdir(PATH, 0755), 0);
   const CapturedStdErr log;
   const Segment segment("LmTest");
