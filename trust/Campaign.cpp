@@ -13,7 +13,7 @@ namespace {
 
 constexpr unsigned MAX_COMPLAINTS = 10;
 
-std::int64_t nowNs() {
+std::int64_t timeNs() {
   return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
       .count();
 }
@@ -31,7 +31,7 @@ std::uint64_t number(const char* text) {
 }  // namespace
 
 Campaign::Campaign(const char* name, const char* unit, int argc, char** argv)
-    : mName(name), mUnit(unit), mSeed(std::random_device()()), mStartedNs(nowNs()) {
+    : mName(name), mUnit(unit), mSeed(std::random_device()()), mStartedNs(timeNs()) {
   const option options[] = {{"count", required_argument, nullptr, 'c'},
                             {"seconds", required_argument, nullptr, 't'},
                             {"seed", required_argument, nullptr, 's'},
@@ -81,7 +81,7 @@ void Campaign::complain(const char* kind, const std::string& text) {
 
 int Campaign::finish() const {
   std::printf("TRUST\t%s\t%" PRIu64 "\t%s\t%" PRIu64 "\t%" PRIu64 "\t%" PRIu64 "\t%.1f\t%s\n", mName, mTried, mUnit,
-              mViolations, mHangs, mCrashes, static_cast<double>(nowNs() - mStartedNs) / 1e9, mNote.c_str());
+              mViolations, mHangs, mCrashes, static_cast<double>(timeNs() - mStartedNs) / 1e9, mNote.c_str());
   std::fflush(stdout);
   return isClean() && mTried > 0 ? 0 : 1;
 }
