@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <time.h>
 
 #include <algorithm>
@@ -22,6 +21,7 @@
 #include "LmFramework/SharedMemory/LmSharedSyncObject.h"
 #include "support/CapturedStdErr.h"
 #include "support/ChildProcess.h"
+#include "support/OddObjects.h"
 #include "support/RawSegment.h"
 #include "support/SegmentFormat.h"
 #include "support/SegmentTest.h"
@@ -260,17 +260,41 @@ TYPED_TEST(EveryAdapter, NeverReadsWhatIsHalfWrittenByAWriterWithTheLock) {
   EXPECT_EQ(writer.wait(), -SIGKILL);
 }
 
-TYPED_TEST(EveryAdapter, IsAnEmptySourceWhereItsTableCannotBeMapped) {
-  RawSegment::remove(TypeParam::FORMAT.name);
-  ASSERT_EQ(mkdir((std::string("/dev/shm") + TypeParam::FORMAT.name).c_str(), 0755), 0);
+TYPED_TEST(EveryAdapter, IsAnEmptySourceWhereSomethingElseHasItsTablesName) {
+  const std::string path = std::string("/dev/shm") + TypeParam::FORMAT.name;
+  for (const OddObject& object : ODD_OBJECTS) {
+    removeOddObject(path);
+    if (!object.make(path)) {
+      continue;
+    }
+    const CapturedStdErr log;
+    typename TypeParam::Adapter adapter;
+
+    adapter.updateDeviceList();
+
+    EXPECT_THAT(this->records(adapter), IsEmpty()) << object.name;
+    EXPECT_EQ(this->phones(adapter), 0U) << object.name;
+    EXPECT_THAT(log.lines(), SizeIs(1)) << object.name;
+  }
+  EXPECT_TRUE(noLinkWasFollowed());
+}
+
+TYPED_TEST(EveryAdapter, KeepsReadingTheTableThatItAttachedWhateverTakesItsName) {
+  const std::string path = std::string("/dev/shm") + TypeParam::FORMAT.name;
   const CapturedStdErr log;
   typename TypeParam::Adapter adapter;
+  for (const OddObject& object : ODD_OBJECTS) {
+    removeOddObject(path);
+    object.make(path);
 
-  adapter.updateDeviceList();
+    EXPECT_THAT(this->records(adapter), SizeIs(TypeParam::SLOTS)) << object.name;
+  }
 
-  EXPECT_THAT(this->records(adapter), IsEmpty());
-  EXPECT_EQ(this->phones(adapter), 0U);
-  EXPECT_THAT(log.lines(), SizeIs(1));
+  this->putAll(this->mRaw, 9);
+  const auto found = this->records(adapter);
+
+  EXPECT_EQ(TypeParam::firstHalf(found.at(0)), 9U);
+  EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 TYPED_TEST(EveryAdapter, DetachesItsTableAndKeepsItWhenItIsDestroyedThroughItsBase) {

@@ -45,7 +45,9 @@ inline bool makeSocket(const std::string& path) {
 }
 
 inline bool makeLink(const std::string& path) {
-  std::ofstream(target()) << std::string(20000, 'x');
+  if (access(target().c_str(), F_OK) != 0) {
+    std::ofstream(target()) << std::string(20000, 'x');
+  }
   return symlink(target().c_str(), path.c_str()) == 0;
 }
 
