@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "SystemCallRecorder.h"
 
+#include <signal.h>
 #include <string.h>
 #include <sys/types.h>
 
@@ -27,6 +28,7 @@ auto recorded(const char* name, const std::string& arguments, const Call& call) 
   if (recorder == nullptr) {
     return call();
   }
+  recorder->begin();
   using Result = decltype(call());
   const auto failure = static_cast<Result>(-1);
   const int planned = recorder->planned(name);
@@ -36,6 +38,7 @@ auto recorded(const char* name, const std::string& arguments, const Call& call) 
     result = call();
   }
   const int error = errno;
+  recorder->end();
   recorder->write(name, arguments, result == failure ? error : 0);
   errno = error;
   return result;
@@ -70,6 +73,18 @@ std::vector<std::string> SystemCallRecorder::take() {
 SystemCallRecorder::Pause::Pause() : mPaused(current) { current = nullptr; }
 
 SystemCallRecorder::Pause::~Pause() { current = mPaused; }
+
+void SystemCallRecorder::begin() {
+  if (++mCount == mKillBefore) {
+    raise(SIGKILL);
+  }
+}
+
+void SystemCallRecorder::end() const {
+  if (mCount == mKillAfter) {
+    raise(SIGKILL);
+  }
+}
 
 int SystemCallRecorder::planned(const std::string& name) {
   const Plan plan = mPlans[name][++mSeen[name]];

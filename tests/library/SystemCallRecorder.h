@@ -32,6 +32,10 @@ class SystemCallRecorder {
   /// The `occurrence`-th pread or pwrite from now on moves `count` bytes at most.
   void shorten(const std::string& name, unsigned occurrence, std::size_t count);
 
+  /// This process kills itself right before, or after, the `occurrence`-th call from now on, whichever it is.
+  void killBefore(unsigned occurrence) { mKillBefore = mCount + occurrence; }
+  void killAfter(unsigned occurrence) { mKillAfter = mCount + occurrence; }
+
   /// The calls since the last take().
   std::vector<std::string> take();
 
@@ -48,6 +52,8 @@ class SystemCallRecorder {
   };
 
   // For the wrappers.
+  void begin();
+  void end() const;
   int planned(const std::string& name);
   std::size_t allowed(std::size_t size) const;
   void write(const std::string& name, const std::string& arguments, int error);
@@ -66,6 +72,9 @@ class SystemCallRecorder {
   std::vector<std::string> mCalls;
   std::size_t mAllowed = static_cast<std::size_t>(-1);
   int mFd = -1;
+  unsigned mCount = 0;  // of all calls
+  unsigned mKillBefore = 0;
+  unsigned mKillAfter = 0;
 };
 
 #endif

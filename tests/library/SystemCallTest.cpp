@@ -2,6 +2,8 @@
 // Which system calls a segment makes, in which order, and what becomes of each that fails.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,6 +23,7 @@
 #include "FuncInfoSharedMem.h"
 #include "SystemCallRecorder.h"
 #include "support/CapturedStdErr.h"
+#include "support/ChildProcess.h"
 #include "support/RawSegment.h"
 #include "support/SegmentFormat.h"
 #include "support/SegmentTest.h"
@@ -102,6 +105,47 @@ Calls operator+(Calls left, const Calls& right) {
   return left;
 }
 
+/// Attaches the segment in a process of its own. Its exit code is the number of calls made, or minus the signal's
+/// number.
+template <class SegmentClass, class Prepare>
+int attachInChild(const Prepare& prepare) {
+  ChildProcess child([&] {
+    SystemCallRecorder recorder;
+    prepare(recorder);
+    const SegmentClass segment;
+    return static_cast<int>(recorder.take().size());
+  });
+  return child.wait();
+}
+
+/// Lets `make` prepare an object, a process attach it and die at each of its calls in turn, and the next attach it
+/// undisturbed. What that leaves has to be what a process leaves that nothing happens to.
+template <class SegmentClass, class Make>
+void expectWholeWhereverTheFirstDies(const Make& make) {
+  constexpr SegmentFormat FORMAT = formatOf<SegmentClass>();
+  const auto nothing = [](SystemCallRecorder& /*recorder*/) {};
+  make();
+  const int calls = attachInChild<SegmentClass>(nothing);
+  ASSERT_GE(calls, 5);
+  const std::string whole = RawSegment(FORMAT.name).all();
+  ASSERT_EQ(whole.size(), FORMAT.size());
+
+  for (unsigned call = 1; call <= static_cast<unsigned>(calls); ++call) {
+    for (const bool after : {false, true}) {
+      make();
+      const int end = attachInChild<SegmentClass>(
+          [&](SystemCallRecorder& recorder) { after ? recorder.killAfter(call) : recorder.killBefore(call); });
+      ASSERT_EQ(end, -SIGKILL);
+
+      ASSERT_GT(attachInChild<SegmentClass>(nothing), 0);
+
+      const RawSegment raw(FORMAT.name);
+      EXPECT_TRUE(raw.all() == whole) << (after ? "after" : "before") << " call " << call << " of " << calls;
+      EXPECT_EQ(raw.mode(), 0664U) << (after ? "after" : "before") << " call " << call << " of " << calls;
+    }
+  }
+}
+
 template <class SegmentClass>
 class EverySegment : public SegmentTest {
  protected:
@@ -177,6 +221,19 @@ TYPED_TEST(EverySegment, MakesTheseCallsToMakeAnEmptyObjectWhole) {
                   callsOfDefaults<TypeParam>(false));
   }
   EXPECT_EQ(this->mRecorder.take(), this->destruction());
+}
+
+TYPED_TEST(EverySegment, IsMadeWholeByTheNextWhereverItsCreatorDies) {
+  const SystemCallRecorder::Pause pause;
+  expectWholeWhereverTheFirstDies<TypeParam>([this] { RawSegment::remove(this->mFormat.name); });
+}
+
+TYPED_TEST(EverySegment, IsMadeWholeByTheNextWhereverWhoMakesAnEmptyObjectWholeDies) {
+  const SystemCallRecorder::Pause pause;
+  expectWholeWhereverTheFirstDies<TypeParam>([this] {
+    RawSegment::remove(this->mFormat.name);
+    const RawSegment empty(this->mFormat.name, 0);
+  });
 }
 
 TYPED_TEST(EverySegment, OpensWithoutCreatingWhereCreatingIsForbidden) {
@@ -592,6 +649,15 @@ TEST_F(TheDefaults, AreNotWrittenWhenTheFlagCannotBeRead) {
   EXPECT_THAT(mLog.lines(), ElementsAre(segmentLine("pread error")));
   const SystemCallRecorder::Pause pause;
   EXPECT_EQ(mRaw.bytes(4, 13728), std::string(13728, '\xFF'));
+}
+
+TEST_F(TheDefaults, AreWrittenWholeByTheNextWhereverWhoWritesThemDies) {
+  ASSERT_EQ(chmod("/dev/shm/LmSCarplayResource", 0664), 0);
+
+  expectWholeWhereverTheFirstDies<CarPlayInfoSharedMem>([this] {
+    mRaw.put(0, std::string(13736, '\xFF'));
+    mRaw.put8(13732, 0);
+  });
 }
 
 TEST_F(TheDefaults, WriteTheFlagLast) {
