@@ -1,0 +1,15 @@
+# SPDX-License-Identifier: Apache-2.0
+# lm_record_folders(TARGET): the calls that the objects linked into TARGET make are caught at link time, for
+# FolderRecording. Link the port's objects, not its library.
+
+function(lm_record_folders target)
+  set(folder ${PROJECT_SOURCE_DIR}/tests/saved)
+  target_sources(${target} PRIVATE
+    ${folder}/CrashStates.cpp ${folder}/FolderHistory.cpp ${folder}/FolderRecording.cpp)
+  target_include_directories(${target} PRIVATE
+    ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/src/Public/IntegratedDeviceList/private)
+  foreach(call close fdatasync fsync ftruncate64 mkdir open64 openat64 pwrite64 rename renameat renameat2 rmdir unlink
+          unlinkat write)
+    target_link_options(${target} PRIVATE -Wl,--wrap=${call})
+  endforeach()
+endfunction()
