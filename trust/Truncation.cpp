@@ -26,6 +26,7 @@
 #include "support/CapturedStdErr.h"
 #include "support/ChildProcess.h"
 #include "support/RawSegment.h"
+#include "support/SharedRounds.h"
 #include "trust/Campaign.h"
 #include "trust/SharedFindings.h"
 
@@ -241,7 +242,9 @@ void putInPlace(const std::string& made, const char* name) {
 /// Does to a table what nobody should, without its lock.
 class Vandal {
  public:
-  explicit Vandal(std::uint64_t seed) : mRandom(static_cast<std::mt19937::result_type>(seed)) {}
+  /// Counts what it does in `deeds`.
+  Vandal(std::uint64_t seed, const SharedRounds& deeds)
+      : mRandom(static_cast<std::mt19937::result_type>(seed)), mDeeds(deeds) {}
 
   [[noreturn]] void goOnForever() {
     for (;;) {
@@ -254,6 +257,7 @@ class Vandal {
       } else {
         replace(table, what - 36);
       }
+      mDeeds.next();
     }
   }
 
@@ -313,6 +317,7 @@ class Vandal {
   }
 
   std::mt19937 mRandom;
+  const SharedRounds& mDeeds;
 };
 
 struct Progress {
@@ -432,10 +437,14 @@ int main(int argc, char** argv) {
   SharedFindings findings;
   const std::string untouched(20000, 'x');
   RawSegment elsewhere(std::string("/") + ELSEWHERE, untouched.size(), 'x');
+  const SharedRounds deeds;
   ChildProcess writer([]() -> int { writeForever(); });
-  ChildProcess vandal([&]() -> int { Vandal(campaign.seed()).goOnForever(); });
+  ChildProcess vandal([&]() -> int { Vandal(campaign.seed(), deeds).goOnForever(); });
+  if (!deeds.reach(1, WATCHDOG)) {
+    campaign.hang("nothing is done to the tables");
+  }
 
-  for (bool broken = false; progress->reads < campaign.count() && !broken;) {
+  for (bool broken = !campaign.isClean(); progress->reads < campaign.count() && !broken;) {
     ChildProcess reader([&] { return Reader(campaign.count(), progress, findings).run(); });
     std::uint64_t before = 0;
     int end = ChildProcess::HUNG;
@@ -456,10 +465,11 @@ int main(int argc, char** argv) {
   if (elsewhere.all() != untouched) {
     campaign.violation("a link was followed");
   }
-  if (progress->phones == 0 || progress->complaining == 0) {
-    campaign.violation("nothing was read, or nothing was ever in the way");
+  if (progress->phones == 0) {
+    campaign.violation("nothing but empty tables was read");
   }
   campaign.note(std::to_string(progress->phones) + " phones read, " + std::to_string(progress->complaining) + " of " +
-                std::to_string(progress->attached) + " adapters complained once");
+                std::to_string(progress->attached) + " adapters complained once, " + std::to_string(deeds.count()) +
+                " deeds");
   return campaign.finish();
 }
