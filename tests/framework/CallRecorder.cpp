@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "CallRecorder.h"
+#include "framework/CallRecorder.h"
 
 #include <pthread.h>
 #include <sys/types.h>
@@ -14,8 +14,9 @@ thread_local CallRecorder* current = nullptr;
 /// Writes the call down, and makes it unless it is to fail.
 template <class Subject, class Call>
 auto recorded(const char* name, Subject subject, const Call& call) -> decltype(call()) {
-  if (current != nullptr) {
-    const int error = current->planned(std::string(name) + " " + current->nameOf(subject));
+  const std::string about = current != nullptr ? current->nameOf(subject) : "";
+  if (current != nullptr && current->counts(about)) {
+    const int error = current->planned(std::string(name) + " " + about);
     if (error != 0) {
       errno = error;
       return static_cast<decltype(call())>(-1);
@@ -71,7 +72,7 @@ int CallRecorder::planned(const std::string& call) {
 
 std::string CallRecorder::nameOf(int descriptor) const {
   const auto found = mNames.find(descriptor);
-  return found != mNames.end() ? found->second : "?";
+  return found != mNames.end() ? found->second : UNKNOWN;
 }
 
 void CallRecorder::opened(int descriptor, const char* path) { mNames[descriptor] = mLabel(path); }

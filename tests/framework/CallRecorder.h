@@ -29,10 +29,14 @@ class CallRecorder {
   /// A read or write moves `size` bytes at most.
   void limitTransfers(std::size_t size) { mTransferLimit = size; }
 
+  /// From now on only calls whose name is known and not empty are written down, counted and made to fail.
+  void onlyLabelled() { mOnlyLabelled = true; }
+
   /// The calls since the last take().
   std::vector<std::string> take();
 
   // For the wrappers.
+  bool counts(const std::string& about) const { return !mOnlyLabelled || (!about.empty() && about != UNKNOWN); }
   int planned(const std::string& call);
   std::size_t allowed(std::size_t size) const { return size < mTransferLimit ? size : mTransferLimit; }
   std::string nameOf(const char* path) const { return mLabel(path); }
@@ -40,6 +44,7 @@ class CallRecorder {
   void opened(int descriptor, const char* path);
 
  private:
+  static constexpr char UNKNOWN[] = "?";
   static constexpr std::size_t NEVER = static_cast<std::size_t>(-1);
 
   const std::function<std::string(const std::string&)> mLabel;
@@ -49,6 +54,7 @@ class CallRecorder {
   std::size_t mUntilFailure = NEVER;
   int mError = 0;
   std::size_t mTransferLimit = NEVER;
+  bool mOnlyLabelled = false;
 };
 
 #endif

@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: Apache-2.0
+// The whole library while the saved table's system calls fail: the list is right, the log says what failed, and what
+// could not be read is not written over.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "saved/FailedCalls.h"
+
+namespace {
+
+using saved_table::phone;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// Numbers that only a stored table can give, a phone that comes, and a phone that goes.
+FailedCalls::Story aStory() {
+  return {{phone(3, "Phone", 2), phone(5, "Phone", 1), phone(7, "Tab", 4)},
+          {{{3, "Phone"}, {5, "Phone"}, {7, "Tab"}, {8, "Tab"}},
+           {{3, "Phone"}, {5, "Phone"}, {7, "Tab"}, {8, "Tab"}},
+           {{3, "Phone"}, {8, "Tab"}},
+           {{2, "Phone"}, {3, "Phone"}, {8, "Tab"}}}};
+}
+
+struct AStoredTable : testing::Test {
+  /// Each call of each refresh fails in turn, alone. How many did.
+  std::size_t failEach(int error) {
+    std::size_t failed = 0;
+    for (std::size_t refresh = 0; refresh < story.calls().size(); ++refresh) {
+      for (std::size_t index = 0; index < story.calls()[refresh].size(); ++index) {
+        FailedCalls::Plan plan;
+        plan[refresh] = {index, error, FailedCalls::ANY};
+        EXPECT_THAT(story.complaintsAbout(plan), IsEmpty());
+        failed += story.failed();
+      }
+    }
+    return failed;
+  }
+
+  FailedCalls story{aStory()};
+};
+
+TEST_F(AStoredTable, IsReadOnceAndSavedWhenItChanges) {
+  const std::vector<std::string> reading = {"openat folder", "openat IDLSuffix.ini", "fstat IDLSuffix.ini",
+                                            "read IDLSuffix.ini", "read IDLSuffix.ini"};
+  EXPECT_THAT(story.complaintsAbout({}), IsEmpty());
+
+  const std::vector<std::string>& first = story.calls().at(0);
+  ASSERT_GT(first.size(), 2 * reading.size());
+  EXPECT_TRUE(std::equal(reading.begin(), reading.end(), first.begin()));
+  EXPECT_TRUE(std::equal(reading.begin(), reading.end(), first.begin() + 5)) << "before it is saved";
+  EXPECT_THAT(first, Contains("renameat temporary"));
+  EXPECT_THAT(story.calls().at(1), IsEmpty());
+}
+
+TEST_F(AStoredTable, SurvivesAFaultyDisk) { EXPECT_EQ(failEach(EIO), 21U + 16U + 16U); }
+
+TEST_F(AStoredTable, SurvivesAFullDisk) { EXPECT_EQ(failEach(ENOSPC), 21U + 16U + 16U); }
+
+TEST_F(AStoredTable, SurvivesADiskThatHasBecomeReadOnly) { EXPECT_EQ(failEach(EROFS), 21U + 16U + 16U); }
+
+TEST_F(AStoredTable, SurvivesALackOfRights) { EXPECT_EQ(failEach(EACCES), 21U + 16U + 16U); }
+
+TEST_F(AStoredTable, IsNotHarmedBySignals) { EXPECT_EQ(failEach(EINTR), 21U + 16U + 16U); }
+
+TEST_F(AStoredTable, IsReadAndSavedInPieces) {
+  for (const std::size_t limit : {1U, 7U, 263U, 2629U}) {
+    FailedCalls::Plan plan;
+    for (std::size_t refresh = 0; refresh < 4; ++refresh) {
+      plan[refresh] = {FailedCalls::ANY, 0, limit};
+    }
+    EXPECT_THAT(story.complaintsAbout(plan), IsEmpty()) << limit;
+  }
+}
+
+TEST_F(AStoredTable, ThatCouldNotBeReadStaysWhateverFailsLater) {
+  for (std::size_t index = 0; index < 16; ++index) {
+    FailedCalls::Plan plan;
+    plan[0] = {2, EIO, FailedCalls::ANY};
+    plan[2] = {index, EIO, FailedCalls::ANY};
+    EXPECT_THAT(story.complaintsAbout(plan), IsEmpty()) << index;
+  }
+}
+
+TEST_F(AStoredTable, ThatDoesNotExistYetSurvivesItToo) {
+  FailedCalls::Story empty = aStory();
+  empty.stored.clear();
+  FailedCalls first(empty);
+  FailedCalls::Plan plan;
+  // The calls that make the folder have their own tests.
+  plan[2] = {5, EIO, FailedCalls::ANY};
+
+  EXPECT_THAT(first.complaintsAbout({}), IsEmpty());
+  EXPECT_THAT(first.complaintsAbout(plan), IsEmpty());
+  EXPECT_EQ(first.failed(), 1U);
+}
+
+}  // namespace
