@@ -68,7 +68,20 @@ def count(number):
     return ["--count", str(number)]
 
 
-ROWS = []
+ROWS = [
+    Row("creation", "creators of segments killed before and after each call, and racing", "creation",
+        count(10000), count(300), ["creation"], count(100)),
+    Row("truncation", "tables read while they are cut, lengthened and replaced", "truncation",
+        count(1000000), count(20000), ["truncation"], count(20000)),
+    Row("odd-objects", "something else in a table's place", "odd_objects",
+        count(200), count(10), ["odd-objects"], count(5)),
+    Row("saved-table", "states of the disk after a power cut during a save", "saved_table",
+        count(100000), count(4000), ["saved-table", "saved-table-folder", "saved-table-in-place"], count(2000)),
+    Row("damaged-table", "damaged saved tables loaded", "damaged_table",
+        count(100000), count(5000), ["damaged-table"], count(2000)),
+    Row("model", "refreshes compared with a naive model, under ASan and UBSan", "model",
+        count(1000000), count(5000), ["model"], count(2000), preset="asan-ubsan", control_preset="release"),
+]
 
 
 def parse(text, exit_code):
@@ -162,7 +175,7 @@ def campaign(row, quick):
 
 def copy_sources():
     """Brings the copy for the controls up to date; what has not changed keeps its time, so that little is built anew."""
-    listed = subprocess.run(["git", "ls-files", "-z"], cwd=ROOT, check=True, capture_output=True, text=True).stdout
+    listed = subprocess.run(["git", "ls-files", "-coz", "--exclude-standard"], cwd=ROOT, check=True, capture_output=True, text=True).stdout
     names = [name for name in listed.split("\0") if name and (ROOT / name).is_file()]
     for name in names:
         source, copy = ROOT / name, CONTROL_SOURCE / name
