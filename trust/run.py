@@ -81,6 +81,10 @@ ROWS = [
         count(100000), count(5000), ["damaged-table"], count(2000)),
     Row("model", "refreshes compared with a naive model, under ASan and UBSan", "model",
         count(1000000), count(5000), ["model"], count(2000), preset="asan-ubsan", control_preset="release"),
+    Row("processes", "whole processes by chance, against a model in Python", "trust/processes",
+        count(1000), count(25), ["processes"], count(100), limit_quick=300, limit_control=300),  # both include the building
+    Row("soak", "a unit under load, one client of which lives through it all", "soak",
+        ["--seconds", "600"], ["--seconds", "10"], ["soak"], ["--seconds", "4"]),
 ]
 
 

@@ -112,8 +112,8 @@ class Agent:
 
 NAMES = strategies.sampled_from([b"Phone", b"Phone", b"Phone 2", b"Tab", b"", b"P", b"x" * 79 + b"ab", b"x" * 79 + b"ac",
                                  b"x" * 300])
-BTIDS = strategies.sampled_from([1, 2, 3, 0, 254, 255, 255])
-IDENTIFIERS = strategies.sampled_from([1, 2, 3, 4, model.USB_ATTACHED + 1, model.USB_ATTACHED, 0])
+BTIDS = strategies.sampled_from([1, 2, 3, 1, 2, 0, 254, 255, 255])
+IDENTIFIERS = strategies.sampled_from([1, 2, 3, 4, model.USB_ATTACHED + 1, model.USB_ATTACHED + 2, model.USB_ATTACHED, 0])
 PHONES = {
     BT: strategies.builds(model.BtPhone, BTIDS, NAMES),
     CP: strategies.builds(model.CpPhone, IDENTIFIERS, NAMES, BTIDS, strategies.integers(0, 1), strategies.integers(0, 255)),
@@ -175,12 +175,16 @@ class Processes(RuleBasedStateMachine):
         self.publisher(source).do("initialise")
         self.unit.initialise(source)
 
-    @rule(changes=strategies.lists(CHANGES, min_size=1, max_size=6))
-    def put(self, changes):
+    @rule(changes=strategies.lists(CHANGES, min_size=1, max_size=12), is_followed=strategies.booleans())
+    def put(self, changes, is_followed):
         for source, slot, phone in changes:
             self.publisher(source).do("put %d %s" % (slot, phone.words()))
             self.unit.write(source, slot, phone.image())
             self.told(source)
+        if is_followed:
+            for number in self.clients:
+                for source in sorted({change[0] for change in changes}):
+                    self.refresh_one(number, source)
 
     @rule(change=CHANGES)
     def clear(self, change):
@@ -238,8 +242,9 @@ class Processes(RuleBasedStateMachine):
             agent.do("number-first")
         agent.do("initialise")
 
-    @rule(number=SOME_CLIENT, number_first=strategies.sampled_from([False, False, True]), is_killed=strategies.booleans())
-    def restart_client(self, number, number_first, is_killed):
+    @rule(number=SOME_CLIENT, number_first=strategies.sampled_from([False, False, True]), is_killed=strategies.booleans(),
+          sources=strategies.sampled_from([(), (BT, CP, AAP), (BT, CP, AAP), (AAP, CP, BT)]))
+    def restart_client(self, number, number_first, is_killed, sources):
         if number in self.clients:
             agent, _ = self.clients.pop(number)
             if is_killed:
@@ -248,6 +253,8 @@ class Processes(RuleBasedStateMachine):
             else:
                 agent.end()
         self.start_client(number, number_first)
+        for source in sources:
+            self.refresh_one(number, source)
 
     @rule(number=SOME_CLIENT, sources=strategies.sampled_from([(BT,), (CP,), (AAP,), (BT, CP, AAP), (BT, AAP), (AAP, CP)]))
     def refresh(self, number, sources):
