@@ -529,9 +529,14 @@ void judgeNeeds(Campaign& campaign, const Board& board) {
 std::string needsText(const Board& board) {
   const Needs& first = board.needs[FIRST];
   const Needs& last = board.needs[LAST];
+  const std::string descriptors =
+      "descriptors " + std::to_string(first.mostDescriptors) + " -> " + std::to_string(last.mostDescriptors);
+  if (!IS_MEMORY_JUDGED) {
+    return descriptors + " (memory is not judged under a sanitizer)";
+  }
   return "heap " + std::to_string(first.leastHeap / 1024) + " -> " + std::to_string(last.leastHeap / 1024) +
          " KiB, resident " + std::to_string(first.leastResidentKb) + " -> " + std::to_string(last.leastResidentKb) +
-         " KiB, descriptors " + std::to_string(first.mostDescriptors) + " -> " + std::to_string(last.mostDescriptors);
+         " KiB, " + descriptors;
 }
 
 }  // namespace
