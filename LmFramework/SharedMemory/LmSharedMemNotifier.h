@@ -16,15 +16,21 @@ class LmObserver_;
 /// observer throws ends in a log line.
 ///
 /// Messages stand in the ring "LmSharedMemNotifier" in the shared-memory folder. Nobody waits for a
-/// reader: one that falls more than the ring's length behind loses the oldest messages, and a log line of its
+/// reader: one that falls more than the ring's length of 256 messages behind loses the oldest, and a log line of its
 /// process says how many. A process that is killed leaves the others working; what it was
 /// publishing at that moment may be lost, or arrive up to a second late.
+///
+/// Publishers wait for each other, for a second at most: one that is stopped inside Publish(), or somebody who locks
+/// the ring and keeps it, is passed by with a log line, and the ring is made anew, so that what a reader has not heard
+/// by then may be lost. When it goes on it publishes in the new ring.
 ///
 /// After fork() nothing is delivered in the child until it registers observers of its own. A child that an observer
 /// forks ends, as by _exit(0), when it returns from the notification.
 ///
 /// The ring belongs to everybody who may write it. Cut short, overwritten or removed, it is made anew by the next
-/// publisher with one log line (without one when it was removed).
+/// publisher with one log line (without one when it was removed). What it held is then lost, as far as it was not
+/// heard; later messages arrive, up to a second late. A message that is damaged in the ring is lost alone and counts
+/// with those that the log tells of; nothing damaged is ever delivered, nor in another order.
 class LM_FRAMEWORK_API LmSharedMemNotifier : private LmUncopyable {
  public:
   /// The longest message, in bytes.
@@ -51,8 +57,8 @@ class LM_FRAMEWORK_API LmSharedMemNotifier : private LmUncopyable {
   /// observer waits for, such as that of a subject's observer which it removes. Unknown observers are ignored.
   void RemoveObserver(LmObserver_* observer);
 
-  /// Publishes a change. `data` may be null when `size` is 0. Takes the ring's named lock; does not wait
-  /// for any delivery.
+  /// Publishes a change. `data` may be null when `size` is 0. Does not wait for any delivery, and for other publishers
+  /// as said above.
   /// @return false, with a log line, when `size` is over MAX_DATA_SIZE, `data` is null for another one than 0, or the
   ///         ring cannot be opened or written.
   bool Publish(unsigned id, const void* data, unsigned size);

@@ -44,6 +44,7 @@ class AllSignalsBlocked : private LmUncopyable {
 }  // namespace
 
 std::mutex NotifierHub::sMutex;
+std::mutex NotifierHub::sPublishing;
 NotifierHub* NotifierHub::sHub = nullptr;
 
 NotifierHub& NotifierHub::instance() {
@@ -55,7 +56,7 @@ NotifierHub& NotifierHub::instance() {
   return *sHub;
 }
 
-NotifierHub::NotifierHub() : mRingLock(NotifierRing::NAME) {}
+NotifierHub::NotifierHub() = default;
 
 bool NotifierHub::addObserver(const void* owner, LmObserver_* observer, const unsigned* ids, unsigned count) {
   if (observer == nullptr || ids == nullptr || count == 0) {
@@ -154,11 +155,16 @@ bool NotifierHub::publish(unsigned id, const void* data, unsigned size) {
     LmDbgOutput::DbgPrint(FILE_TEXT, __func__, __LINE__, TAG, "id %u: a message of %u bytes is refused\n", id, size);
     return false;
   }
-  bool madeAnew = false;
-  mRingLock.lock();  // where the file cannot be locked the lock has said so, and the checksums keep readers safe
-  const int error = mPublishingRing.publish(id, data, size, madeAnew);
-  mRingLock.unlock();
-  if (madeAnew) {
+  NotifierRing::Repairs repairs;
+  Lock lock(sPublishing);
+  const int error = mPublishingRing.publish(id, data, size, repairs);
+  lock.unlock();
+  if (repairs.passedBy) {
+    LmDbgOutput::DbgPrint(FILE_TEXT, __func__, __LINE__, TAG,
+                          "who publishes in %s stands still, it is made anew, messages may be lost\n",
+                          NotifierRing::NAME);
+  }
+  if (repairs.madeAnew) {
     LmDbgOutput::DbgPrint(FILE_TEXT, __func__, __LINE__, TAG,
                           "%s was not intact and is made anew, messages may be lost\n", NotifierRing::NAME);
   }
@@ -319,15 +325,22 @@ void NotifierHub::wait() {
   mChanged.wait_for(lock, SAFETY_TIMEOUT, [this] { return mObservers.empty(); });
 }
 
-void NotifierHub::prepareFork() { sMutex.lock(); }
+void NotifierHub::prepareFork() {
+  sPublishing.lock();
+  sMutex.lock();
+}
 
-void NotifierHub::parentAfterFork() { sMutex.unlock(); }
+void NotifierHub::parentAfterFork() {
+  sMutex.unlock();
+  sPublishing.unlock();
+}
 
 void NotifierHub::childAfterFork() {
   if (sHub != nullptr) {
     sHub->forgetAfterFork();
   }
   sMutex.unlock();
+  sPublishing.unlock();
 }
 
 void NotifierHub::forgetAfterFork() {

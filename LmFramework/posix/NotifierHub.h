@@ -9,7 +9,6 @@
 #include <mutex>
 
 #include "LmFramework/LmUncopyable.h"
-#include "LmFramework/SharedMemory/LmSharedSyncObject.h"
 #include "LmFramework/posix/NotifierRing.h"
 #include "LmFramework/posix/ObserverList.h"
 
@@ -18,8 +17,8 @@ class LmObserver_;
 /// What all notifiers of a process share: its observers, the one thread that calls them, and the ring.
 ///
 /// The thread runs from the first observer to the last; whoever removes that one ends and joins it. While it is still
-/// inside some observer's call nobody waits for it, and it ends by itself after that. It never takes the ring's named
-/// lock, so it waits for no other process.
+/// inside some observer's call nobody waits for it, and it ends by itself after that. It takes no lock of the ring, so
+/// it waits for no other process.
 ///
 /// Sequence numbers of the ring start again with each of its generations. Observers are filed under a number of
 /// this process's own that only grows: each generation has its base, more than every number before it.
@@ -48,6 +47,9 @@ class NotifierHub : private LmUncopyable {
   // The hub's mutex: it outlives everything, and fork() can take it before there is a hub.
   static std::mutex sMutex;
   static NotifierHub* sHub;  // guarded by sMutex, as is the first group of members below
+
+  // Between the threads that publish; taken before sMutex where both are.
+  static std::mutex sPublishing;
 
   NotifierHub();
 
@@ -91,9 +93,7 @@ class NotifierHub : private LmUncopyable {
   unsigned long long mLost = 0;
   bool mFailureLogged = false;
 
-  // Used with mRingLock held.
-  const LmSharedSyncObject mRingLock;
-  NotifierRing mPublishingRing;
+  NotifierRing mPublishingRing;  // guarded by sPublishing
 };
 
 #endif

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "LmFramework/posix/NotifierRing.h"
 
+#include <fcntl.h>
 #include <linux/futex.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
@@ -22,6 +23,13 @@ constexpr std::size_t SLOT_CHECKED_SIZE = offsetof(NotifierRingSlot, checksum);
 constexpr std::size_t MAPPED_SIZE = sizeof(NotifierRingHeader);
 // A header or slot read just while it is being written is read again so many times.
 constexpr int MAX_READS = 4;
+// Where writers lock a byte, by their generation; a header that is not intact counts as generation 0.
+constexpr off_t FIRST_LOCK_BYTE = 0x40000000;
+constexpr std::uint64_t LOCK_BYTES = 0x100000;
+// How long a writer may take, however slow the machine, before it counts as stopped.
+constexpr std::chrono::milliseconds MAX_WAIT{1000};
+// How often a ring may be made anew by others while one message is published.
+constexpr int MAX_ATTEMPTS = 20;
 
 // FNV-1a: it has to tell torn and random bytes from whole ones, not to withstand anybody.
 std::uint64_t checksum(const void* bytes, std::size_t size) {
@@ -80,6 +88,46 @@ std::uint32_t offsetOfSlot(std::uint64_t sequence) {
   return static_cast<std::uint32_t>(sizeof(NotifierRingHeader) +
                                     (sequence % NotifierRing::SLOT_COUNT) * sizeof(NotifierRingSlot));
 }
+
+// The lock of a generation's writers, for as long as this lives: a lock on the open file, on one byte far behind its
+// end. The kernel gives it up when a writer dies. Not held when another writer kept it for too long.
+class WriteLock : private LmUncopyable {
+ public:
+  WriteLock(int descriptor, std::uint64_t generation)
+      : mDescriptor(descriptor), mByte(FIRST_LOCK_BYTE + static_cast<off_t>(generation % LOCK_BYTES)) {
+    const auto deadline = std::chrono::steady_clock::now() + MAX_WAIT;
+    // Where the file cannot be locked at all the checksums have to do.
+    while (!change(F_WRLCK) && (errno == EAGAIN || errno == EACCES || errno == EINTR)) {
+      if (std::chrono::steady_clock::now() > deadline) {
+        mIsHeld = false;
+        return;
+      }
+      const timespec pause = {0, 50000};
+      nanosleep(&pause, nullptr);
+    }
+  }
+  ~WriteLock() {
+    if (mIsHeld) {
+      change(F_UNLCK);
+    }
+  }
+
+  bool isHeld() const { return mIsHeld; }
+
+ private:
+  bool change(short type) const {
+    struct flock range = {};
+    range.l_type = type;
+    range.l_whence = SEEK_SET;
+    range.l_start = mByte;
+    range.l_len = 1;
+    return fcntl(mDescriptor, F_OFD_SETLK, &range) == 0;
+  }
+
+  const int mDescriptor;
+  const off_t mByte;
+  bool mIsHeld = true;
+};
 
 // The layout that SYS_futex takes, which on 32 bits is not that of a C library with 64-bit times.
 struct FutexTime {
@@ -151,28 +199,49 @@ bool NotifierRing::read(const Position& position, NotifierRingSlot& slot) const 
   return false;
 }
 
-int NotifierRing::makeAnew(NotifierRingHeader& header) const {
-  header = newHeader();
+int NotifierRing::publish(std::uint32_t id, const void* data, std::uint32_t size, Repairs& repairs) {
+  for (int attempt = 0; attempt < MAX_ATTEMPTS; ++attempt) {
+    int error = open();
+    if (error != 0) {
+      return error;
+    }
+    NotifierRingHeader header = {};
+    const bool wasIntact = readHeader(mFile, header);
+    const WriteLock lock(mFile.descriptor(), wasIntact ? header.generation : 0);
+    if (!lock.isHeld() && !repairs.passedBy) {
+      // Whoever goes on in there later finds another generation. Once must do: somebody may have locked everything.
+      repairs.passedBy = true;
+      error = makeAnew();
+    } else {
+      const std::uint64_t generation = header.generation;
+      const bool isIntact = readHeader(mFile, header);
+      if (isIntact && wasIntact && header.generation == generation) {
+        error = append(header, id, data, size);
+        if (error != EAGAIN) {
+          wake();
+          return error;
+        }
+      } else if (!isIntact && !wasIntact) {
+        repairs.madeAnew = repairs.madeAnew || !(mFoundEmpty && mFile.isEmpty());
+        error = makeAnew();
+      }
+    }
+    if (error != 0 && error != EAGAIN) {
+      return error;
+    }
+  }
+  return EAGAIN;
+}
+
+int NotifierRing::makeAnew() {
+  mFoundEmpty = false;
+  const NotifierRingHeader header = newHeader();
   const int error = mFile.resize(FILE_SIZE);
   return error != 0 ? error : mFile.write(0, &header, sizeof header);
 }
 
-int NotifierRing::publish(std::uint32_t id, const void* data, std::uint32_t size, bool& madeAnew) {
-  int error = open();
-  if (error != 0) {
-    return error;
-  }
-  NotifierRingHeader header = {};
-  if (!readHeader(mFile, header)) {
-    const bool isFirst = mFoundEmpty && mFile.isEmpty();
-    error = makeAnew(header);
-    if (error != 0) {
-      return error;
-    }
-    madeAnew = madeAnew || !isFirst;
-  }
+int NotifierRing::append(NotifierRingHeader header, std::uint32_t id, const void* data, std::uint32_t size) {
   mFoundEmpty = false;
-
   NotifierRingSlot slot = {};
   slot.generation = header.generation;
   slot.sequence = header.head;
@@ -182,18 +251,20 @@ int NotifierRing::publish(std::uint32_t id, const void* data, std::uint32_t size
     std::memcpy(slot.data, data, size);
   }
   slot.checksum = checksum(&slot, SLOT_CHECKED_SIZE);
-  error = mFile.write(offsetOfSlot(slot.sequence), &slot, sizeof slot);
+  const int error = mFile.write(offsetOfSlot(slot.sequence), &slot, sizeof slot);
   if (error != 0) {
     return error;
+  }
+  NotifierRingHeader now = {};
+  if (!readHeader(mFile, now) || now.generation != header.generation || now.head != header.head) {
+    return EAGAIN;
   }
 
   ++header.head;
   header.headCheck = headCheckOf(header);
   static_assert(offsetof(NotifierRingHeader, headCheck) == offsetof(NotifierRingHeader, head) + sizeof header.head);
   const std::uint64_t headAndCheck[] = {header.head, header.headCheck};
-  error = mFile.write(offsetof(NotifierRingHeader, head), headAndCheck, sizeof headAndCheck);
-  wake();
-  return error;
+  return mFile.write(offsetof(NotifierRingHeader, head), headAndCheck, sizeof headAndCheck);
 }
 
 bool NotifierRing::wait(std::uint32_t word, std::chrono::milliseconds timeout) const {

@@ -33,8 +33,9 @@
 //         24    64  data, zero behind what is used
 //         88     8  checksum of the bytes 0 to 87
 //
-// A writer holds the named lock "LmSharedMemNotifier", writes the slot, then head and head check, then wakes.
-// Readers take no lock: the checksums tell them what is torn or garbage.
+// A writer locks its generation, writes the slot, looks whether the generation is still the same, writes head and head
+// check, then wakes. A writer that is stopped in between is not waited for: the ring is made anew, and when it goes on
+// it begins again. Readers take no lock: the checksums tell them what is torn or garbage.
 
 struct NotifierRingHeader {
   std::uint32_t magic;
@@ -67,7 +68,7 @@ static_assert(sizeof(NotifierRingSlot) == 96 && offsetof(NotifierRingSlot, seque
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the format is little-endian");
 
 /// One opening of the ring through which all notifiers of the unit send their messages. Used by one thread at a time,
-/// except wake(). Knows nothing of the named lock that publishing needs.
+/// except wake().
 class NotifierRing : private LmUncopyable {
  public:
   static constexpr char NAME[] = "LmSharedMemNotifier";
@@ -103,12 +104,18 @@ class NotifierRing : private LmUncopyable {
   /// Reads the message at `position`. False when it is not there, not yet or no more, or not intact.
   bool read(const Position& position, NotifierRingSlot& slot) const;
 
-  /// Publishes one message of at most 64 bytes and wakes the readers; with the named lock held.
-  /// @param madeAnew  set when the ring was not intact and had to be made anew; else untouched, also when it is made
-  /// for
-  ///                  the first time in a file that was found without a length
+  /// What had to be done so that a message could be published.
+  struct Repairs {
+    /// The ring was not intact and was made anew; not when that was for the first time, in a file found empty.
+    bool madeAnew = false;
+    /// Another writer kept its lock for a second, and the ring was made anew.
+    bool passedBy = false;
+  };
+
+  /// Publishes one message of at most 64 bytes and wakes the readers. Waits for other writers, a second for each at
+  /// most.
   /// @return 0 or an error number
-  int publish(std::uint32_t id, const void* data, std::uint32_t size, bool& madeAnew);
+  int publish(std::uint32_t id, const void* data, std::uint32_t size, Repairs& repairs);
 
   /// Waits until woken, or the futex word is not `word`, or the time is over. False, at once, when the ring cannot be
   /// waited on: not open, or cut short.
@@ -118,7 +125,8 @@ class NotifierRing : private LmUncopyable {
   void wake() const;
 
  private:
-  int makeAnew(NotifierRingHeader& header) const;
+  int makeAnew();
+  int append(NotifierRingHeader header, std::uint32_t id, const void* data, std::uint32_t size);
   void unmap();
 
   SharedFile mFile;

@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <system_error>
 
 #include "LmFramework/posix/NotifierRing.h"
 #include "framework/SharedMemoryTesting.h"
@@ -12,6 +16,28 @@
 namespace {
 
 constexpr std::size_t HEADER_IN_USE = 48;
+
+/// Locks bytes of the ring's file, as a writer does that stands still, until its end.
+class StandingWriter {
+ public:
+  StandingWriter(off_t first, off_t count)
+      : mDescriptor(::open(sharedPath(NotifierRing::NAME).c_str(), O_RDWR | O_CLOEXEC)) {
+    struct flock range = {};
+    range.l_type = F_WRLCK;
+    range.l_whence = SEEK_SET;
+    range.l_start = first;
+    range.l_len = count;
+    if (fcntl(mDescriptor, F_OFD_SETLK, &range) != 0) {
+      throw std::system_error(errno, std::generic_category(), NotifierRing::NAME);
+    }
+  }
+  ~StandingWriter() { ::close(mDescriptor); }
+  StandingWriter(const StandingWriter&) = delete;
+  StandingWriter& operator=(const StandingWriter&) = delete;
+
+ private:
+  const int mDescriptor;
+};
 
 class ARing : public testing::Test {
  protected:
@@ -21,9 +47,10 @@ class ARing : public testing::Test {
   }
 
   bool publish(std::uint32_t id, const std::string& text) {
-    bool madeAnew = false;
-    EXPECT_EQ(0, mRing.publish(id, text.data(), static_cast<std::uint32_t>(text.size()), madeAnew));
-    return madeAnew;
+    NotifierRing::Repairs repairs;
+    EXPECT_EQ(0, mRing.publish(id, text.data(), static_cast<std::uint32_t>(text.size()), repairs));
+    EXPECT_FALSE(repairs.passedBy);
+    return repairs.madeAnew;
   }
 
   // Published and read back; what a damaged ring has to be able to do again.
@@ -143,6 +170,45 @@ TEST_F(ARing, IsAnotherGenerationWhenItWasRemoved) {
   EXPECT_FALSE(publish(6, "after"));
   EXPECT_NE(generation, mRing.head().position.generation);
   EXPECT_EQ(1U, mRing.head().position.sequence);
+}
+
+TEST_F(ARing, IsMadeAnewOnceWhereAWriterStandsStill) {
+  const std::uint64_t generation = mRing.head().position.generation;
+  const StandingWriter writer(0x40000000 + static_cast<off_t>(generation % 0x100000), 1);
+
+  NotifierRing::Repairs first;
+  ASSERT_EQ(0, mRing.publish(6, "first", 5, first));
+  NotifierRing::Repairs second;
+  ASSERT_EQ(0, mRing.publish(6, "second", 6, second));
+
+  EXPECT_TRUE(first.passedBy);
+  EXPECT_FALSE(first.madeAnew);
+  EXPECT_FALSE(second.passedBy) << "that one's lock is of no importance any more";
+  EXPECT_NE(generation, mRing.head().position.generation);
+  EXPECT_EQ(2U, mRing.head().position.sequence);
+  expectThatItWorks();
+}
+
+TEST_F(ARing, TakesMessagesAlsoWhereSomebodyHasLockedItWhole) {
+  const StandingWriter everywhere(0, 0);
+
+  NotifierRing::Repairs repairs;
+  ASSERT_EQ(0, mRing.publish(6, "message", 7, repairs));
+
+  EXPECT_TRUE(repairs.passedBy);
+  EXPECT_EQ(1U, mRing.head().position.sequence);
+}
+
+TEST_F(ARing, IsMadeAnewWhereAWriterStandsStillThatFoundItDamaged) {
+  overwriteShared(NotifierRing::NAME, "garbage");
+  const StandingWriter writer(0x40000000, 1);
+
+  NotifierRing::Repairs repairs;
+  ASSERT_EQ(0, mRing.publish(6, "message", 7, repairs));
+
+  EXPECT_TRUE(repairs.passedBy);
+  EXPECT_TRUE(mRing.head().valid);
+  expectThatItWorks();
 }
 
 TEST_F(ARing, IsNotWaitedForWhenItsWordHasChanged) {

@@ -49,6 +49,13 @@ class ChildProcess {
   /// Sends a signal; the child must not have been waited for.
   void signal(int number) const { ::kill(mPid, number); }
 
+  /// Stops it. When this returns it stands still, or has ended.
+  void stop() const {
+    signal(SIGSTOP);
+    siginfo_t ignored = {};
+    waitid(P_PID, static_cast<id_t>(mPid), &ignored, WSTOPPED | WEXITED | WNOWAIT);
+  }
+
   /// Waits for the end. Returns the exit code, minus the signal's number when a signal ended it, or HUNG when
   /// the watchdog's time is over first.
   int wait(std::chrono::milliseconds watchdog = std::chrono::seconds(60)) {
