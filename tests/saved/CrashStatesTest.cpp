@@ -237,6 +237,30 @@ TEST_F(ACarelessSave, InPlaceMayLeaveAnything) {
   EXPECT_GT(judgeWith(care).neither, 1000U);
 }
 
+// --- in the way
+
+struct ASave : APowerCut {};
+
+TEST_F(ASave, DoesNotFollowALinkThatIsWhereItsTemporaryFileIsToBe) {
+  saved_table::save(recorded(), phones(1, "Old ", 1));
+  std::ofstream(scratch / "precious") << "precious";
+  std::vector<fs::path> links;
+  FolderRecording recording(recorded());
+  recording.beforeCreating([&](const fs::path& path) {
+    if (links.empty()) {
+      fs::create_symlink(scratch / "precious", path);
+      links.push_back(path);
+    }
+  });
+
+  saved_table::save(recorded(), phones(1, "New ", 1));
+
+  ASSERT_EQ(links.size(), 1U);
+  EXPECT_TRUE(fs::is_symlink(links[0]));
+  EXPECT_EQ(scratch.contents("precious"), "precious");
+  EXPECT_EQ(told(load(recorded())), told(phones(1, "New ", 1)));
+}
+
 // --- the recorder
 
 struct AFolderRecording : APowerCut {};
@@ -262,26 +286,6 @@ TEST_F(AFolderRecording, HasTheStepsOfASaveInTheirOrder) {
   }
   using Kind = FolderHistory::Kind;
   EXPECT_THAT(kinds, ElementsAre(Kind::ENTER, Kind::WRITE, Kind::SYNC, Kind::MOVE, Kind::SYNC, Kind::RETURNED));
-}
-
-TEST_F(AFolderRecording, LetsALinkStandWhereTheTemporaryFileIsToBe) {
-  saved_table::save(recorded(), phones(1, "Old ", 1));
-  std::ofstream(scratch / "precious") << "precious";
-  std::vector<fs::path> links;
-  FolderRecording recording(recorded());
-  recording.beforeCreating([&](const fs::path& path) {
-    if (links.empty()) {
-      fs::create_symlink(scratch / "precious", path);
-      links.push_back(path);
-    }
-  });
-
-  saved_table::save(recorded(), phones(1, "New ", 1));
-
-  ASSERT_EQ(links.size(), 1U);
-  EXPECT_TRUE(fs::is_symlink(links[0]));
-  EXPECT_EQ(scratch.contents("precious"), "precious");
-  EXPECT_EQ(told(load(recorded())), told(phones(1, "New ", 1)));
 }
 
 }  // namespace

@@ -3,6 +3,10 @@
 // could not be read is not written over.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -10,7 +14,13 @@
 #include <string>
 #include <vector>
 
+#include "IntegratedDeviceList/LmSIntegratedDeviceList.h"
 #include "saved/FailedCalls.h"
+#include "saved/SavedTable.h"
+#include "support/ChildProcess.h"
+#include "support/LogCapture.h"
+#include "support/PhoneTables.h"
+#include "support/SaveFolder.h"
 
 namespace {
 
@@ -99,6 +109,66 @@ TEST_F(AStoredTable, ThatDoesNotExistYetSurvivesItToo) {
   EXPECT_THAT(first.complaintsAbout({}), IsEmpty());
   EXPECT_THAT(first.complaintsAbout(plan), IsEmpty());
   EXPECT_EQ(first.failed(), 1U);
+}
+
+/// Whether this process, without root's privileges, refreshes a list with numbers, and how many log lines that takes.
+int linesOfARefresh(const std::vector<std::string>& expected) {
+  __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+  const __user_cap_data_struct none[_LINUX_CAPABILITY_U32S_3] = {};
+  if (syscall(SYS_capset, &header, none) != 0) {
+    return -1;
+  }
+  const LogCapture log;
+  LmSIntegratedDeviceList* const list = LmSIntegratedDeviceList::getInstance();
+  list->initialize();
+  list->updateDeviceList(LmSIntegratedDeviceListDef::DEVICE_TYPE_BT);
+  std::vector<LmSIntegratedDeviceListDef::IntegratedDevice> devices;
+  list->getDeviceList(devices);
+  std::vector<std::string> found;
+  for (const auto& device : devices) {
+    found.push_back(saved_table::told(device.btid, device.name, device.suffix));
+  }
+  return found == expected ? static_cast<int>(log.count("Permission denied")) : -1;
+}
+
+struct AStoredTableWithoutRights : testing::Test {
+  AStoredTableWithoutRights() {
+    saved_table::save(folder.path(), {phone(3, "Phone", 2), phone(5, "Phone", 1)});
+    before = folder.contents(saved_table::NAME);
+    table.phone(0, 3, "Phone");
+    table.phone(1, 4, "Phone");
+  }
+
+  const SaveFolder folder;
+  BtTable table;
+  std::string before;
+};
+
+TEST_F(AStoredTableWithoutRights, ToWriteItsFolderStays) {
+  ASSERT_EQ(chmod(folder.path().c_str(), 0500), 0);
+
+  ChildProcess child([] { return linesOfARefresh({"3 Phone 2 2", "4 Phone 1"}); });
+
+  EXPECT_EQ(child.wait(), 1);
+  EXPECT_EQ(folder.contents(saved_table::NAME), before);
+}
+
+TEST_F(AStoredTableWithoutRights, ToReadItsFolderStays) {
+  ASSERT_EQ(chmod(folder.path().c_str(), 0), 0);
+
+  ChildProcess child([] { return linesOfARefresh({"3 Phone 1", "4 Phone 2 2"}); });
+
+  EXPECT_EQ(child.wait(), 1 + 1) << "once when it is loaded, once when it is opened to be saved";
+  EXPECT_EQ(folder.contents(saved_table::NAME), before);
+}
+
+TEST_F(AStoredTableWithoutRights, ToReadItsFileStays) {
+  ASSERT_EQ(chmod((folder / saved_table::NAME).c_str(), 0), 0);
+
+  ChildProcess child([] { return linesOfARefresh({"3 Phone 1", "4 Phone 2 2"}); });
+
+  EXPECT_EQ(child.wait(), 1 + 1) << "once when it is loaded, once when it is opened to be saved";
+  EXPECT_EQ(folder.contents(saved_table::NAME), before);
 }
 
 }  // namespace
