@@ -9,6 +9,7 @@
 
 #include "AapIntegratedDeviceList.h"
 #include "support/CapturedStdErr.h"
+#include "support/NumberClasses.h"
 #include "support/RawSegment.h"
 #include "support/SegmentTest.h"
 
@@ -168,6 +169,19 @@ TEST_F(AnAapTable, ReadsExtremePorts) {
     EXPECT_EQ(records(adapter)[0].port, port);
     EXPECT_THAT(usbList(adapter), SizeIs(port > 0 ? 1 : 0)) << port;
     EXPECT_THAT(btList(adapter), IsEmpty());
+  }
+}
+
+TEST_F(AnAapTable, ReadsPortsOfEveryClass) {
+  AapIntegratedDeviceList adapter;
+  for (const std::uint32_t number : numberClasses()) {
+    const auto port = static_cast<std::int32_t>(number);
+    putPhone(mRaw, 11, "x", 255, port);
+
+    adapter.updateDeviceList();
+
+    ASSERT_EQ(records(adapter).at(0).port, port);
+    ASSERT_THAT(usbList(adapter), SizeIs(port > 0 ? 1 : 0)) << port;
   }
 }
 

@@ -4,11 +4,13 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "BtIntegratedDeviceList.h"
 #include "support/CapturedStdErr.h"
+#include "support/NumberClasses.h"
 #include "support/RawSegment.h"
 #include "support/SegmentTest.h"
 
@@ -194,6 +196,16 @@ TEST_F(ABtTable, CarriesEveryValueOfTheFlags) {
     ASSERT_THAT(found, SizeIs(1));
     EXPECT_EQ(found[0].flag1, value);
     EXPECT_EQ(found[0].flag2, 255 - value);
+  }
+}
+
+TEST_F(ABtTable, CarriesInfosOfEveryClass) {
+  putPhone(mRaw, 9, 1, "n");
+  BtIntegratedDeviceList adapter;
+  for (const std::uint32_t info : numberClasses()) {
+    mRaw.put32(slot(9) + 104, info);
+
+    ASSERT_EQ(records(adapter).at(0).info, info);
   }
 }
 

@@ -11,6 +11,7 @@
 
 #include "CpIntegratedDeviceList.h"
 #include "support/CapturedStdErr.h"
+#include "support/NumberClasses.h"
 #include "support/RawSegment.h"
 #include "support/SegmentTest.h"
 
@@ -243,6 +244,31 @@ TEST_F(ACarPlayResource, TakesAPhoneForTheCurrentOneOnlyWhenAllOfItsIdentifierIs
     ASSERT_THAT(btList(adapter), SizeIs(1));
     EXPECT_EQ(btList(adapter)[0].port, 0) << byte;
   }
+}
+
+TEST_F(ACarPlayResource, ReadsIdentifiersOfEveryClassInBothHalves) {
+  CpIntegratedDeviceList adapter;
+  for (const std::uint32_t number : numberClasses()) {
+    for (const std::uint64_t id : {std::uint64_t{number}, std::uint64_t{number} << 32}) {
+      putPhone(mRaw, 10, id, 7);
+      mRaw.put64(CURRENT, id);
+
+      adapter.updateDeviceList();
+
+      ASSERT_THAT(btList(adapter), SizeIs(id == 0 ? 0 : 1)) << id;
+      ASSERT_TRUE(id == 0 || (btList(adapter)[0].cpDeviceId == id && btList(adapter)[0].port == 1)) << id;
+    }
+  }
+}
+
+TEST_F(ACarPlayResource, ConvertsANameWithoutAnEndUpToTheEndOfItsField) {
+  mRaw.put(slot(10), std::string(296, '\x99'));
+  CpIntegratedDeviceList adapter;
+
+  adapter.updateDeviceList();
+
+  ASSERT_THAT(btList(adapter), SizeIs(1));
+  EXPECT_EQ(btList(adapter)[0].name, std::string(256, '\x99'));
 }
 
 TEST_F(ACarPlayResource, GivesAnEntryWithoutAnIdentifierNoPort) {
