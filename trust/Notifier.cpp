@@ -69,7 +69,7 @@ bool publish(LmSharedMemNotifier& notifier, std::uint32_t sender, std::uint32_t 
 }
 
 /// What a listener tells of itself.
-struct Ear {
+struct Hearing {
   std::atomic<bool> listening{false};
   std::atomic<std::uint32_t> probe{0};  // the number of the newest probe heard
   std::atomic<std::uint64_t> probes{0};
@@ -80,14 +80,14 @@ constexpr std::uint32_t PROBER = 1;
 
 class Listener {
  public:
-  Listener(Ear& ear, const SharedFindings& findings) : mEar(ear), mFindings(findings) {}
+  Listener(Hearing& hearing, const SharedFindings& findings) : mHearing(hearing), mFindings(findings) {}
 
   [[noreturn]] void listen() {
     LmDbgOutput::setSink(&Listener::takeLine, this);
     LmSharedMemNotifier notifier(false);
     LmObserver<Listener> observer(this, &Listener::hear);
     notifier.AddObserver(&observer, &ID, 1);
-    mEar.listening = true;
+    mHearing.listening = true;
     for (;;) {
       pause();
     }
@@ -107,8 +107,8 @@ class Listener {
     }
     newest = message.number;
     if (message.sender == PROBER) {
-      ++mEar.probes;
-      mEar.probe = message.number;
+      ++mHearing.probes;
+      mHearing.probe = message.number;
     }
     return 0;
   }
@@ -118,11 +118,11 @@ class Listener {
     const char* message = std::strstr(line, "] ");
     if (message != nullptr && std::strstr(line, "messages lost") != nullptr &&
         std::sscanf(message, "] %llu messages lost", &lost) == 1) {
-      static_cast<Listener*>(listener)->mEar.lost += lost;
+      static_cast<Listener*>(listener)->mHearing.lost += lost;
     }
   }
 
-  Ear& mEar;
+  Hearing& mHearing;
   const SharedFindings& mFindings;
   std::map<std::uint32_t, std::uint32_t> mNewest;
 };
@@ -305,8 +305,8 @@ class Disturbances {
     const auto victim = static_cast<unsigned>(mRandom() % LISTENERS);
     const auto count = static_cast<unsigned>(mRandom() % (3 * SLOTS));
     mListeners[victim]->stop();
-    const std::uint64_t heard = mEars->at[victim].probes;
-    const std::uint64_t lost = mEars->at[victim].lost;
+    const std::uint64_t heard = mHearings->at[victim].probes;
+    const std::uint64_t lost = mHearings->at[victim].lost;
     publishProbes(count);
     probe("beside a stopped listener", 1 - victim, true);
     mListeners[victim]->signal(SIGCONT);
@@ -319,8 +319,8 @@ class Disturbances {
     const auto victim = static_cast<unsigned>(mRandom() % LISTENERS);
     const unsigned count = 50;
     mListeners[victim]->stop();
-    const std::uint64_t heard = mEars->at[victim].probes;
-    const std::uint64_t lost = mEars->at[victim].lost;
+    const std::uint64_t heard = mHearings->at[victim].probes;
+    const std::uint64_t lost = mHearings->at[victim].lost;
     const std::uint64_t first = sequence();
     publishProbes(count);
     std::vector<bool> damaged(count);
@@ -379,10 +379,10 @@ class Disturbances {
   // Every message is heard or told of; `whole` of them could be heard.
   void expectAccount(unsigned listener, std::uint64_t heard, std::uint64_t lost, std::uint64_t published,
                      std::uint64_t whole) {
-    const Ear& ear = mEars->at[listener];
+    const Hearing& hearing = mHearings->at[listener];
     // The line is written before the message behind the gap is delivered.
-    heard = ear.probes - heard;
-    lost = ear.lost - lost;
+    heard = hearing.probes - heard;
+    lost = hearing.lost - lost;
     if (heard != whole || heard + lost != published) {
       mCampaign.violation("of " + std::to_string(published) + " messages, " + std::to_string(whole) +
                           " of them whole, " + std::to_string(heard) + " were heard and " + std::to_string(lost) +
@@ -412,10 +412,10 @@ class Disturbances {
 
   // The newest probe, or, unless strictly that one, a later one is heard: others may publish so much that it is lost.
   void await(const std::string& when, unsigned listener, bool strictly = true) {
-    const Ear& ear = mEars->at[listener];
+    const Hearing& hearing = mHearings->at[listener];
     const std::uint32_t first = mProbe;
     const auto start = Clock::now();
-    while (!eventually([&] { return ear.probe >= first; }, strictly ? WATCHDOG : TRY_AGAIN)) {
+    while (!eventually([&] { return hearing.probe >= first; }, strictly ? WATCHDOG : TRY_AGAIN)) {
       if (Clock::now() - start > WATCHDOG) {
         mCampaign.hang("nothing is heard " + when);
         return;
@@ -430,10 +430,10 @@ class Disturbances {
   }
 
   void startListener(unsigned index) {
-    mEars->at[index].listening = false;
+    mHearings->at[index].listening = false;
     mListeners[index] =
-        std::make_unique<ChildProcess>([this, index]() -> int { Listener(mEars->at[index], mFindings).listen(); });
-    if (!eventually([&] { return mEars->at[index].listening.load(); }, WATCHDOG)) {
+        std::make_unique<ChildProcess>([this, index]() -> int { Listener(mHearings->at[index], mFindings).listen(); });
+    if (!eventually([&] { return mHearings->at[index].listening.load(); }, WATCHDOG)) {
       mCampaign.hang("a listener does not start");
     }
   }
@@ -465,8 +465,8 @@ class Disturbances {
 
   std::uint64_t allLost() const {
     std::uint64_t lost = 0;
-    for (const Ear& ear : mEars->at) {
-      lost += ear.lost;
+    for (const Hearing& hearing : mHearings->at) {
+      lost += hearing.lost;
     }
     return lost;
   }
@@ -476,14 +476,14 @@ class Disturbances {
     return mCampaign.isClean();
   }
 
-  struct Ears {
-    Ear at[LISTENERS];
+  struct Hearings {
+    Hearing at[LISTENERS];
   };
 
   Campaign& mCampaign;
   std::mt19937 mRandom;
   SharedFindings mFindings;
-  const SharedValue<Ears> mEars;
+  const SharedValue<Hearings> mHearings;
   LmSharedMemNotifier mNotifier{false};
   std::unique_ptr<ChildProcess> mListeners[LISTENERS];
   std::uint32_t mProbe = 0;
