@@ -22,6 +22,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <memory>
@@ -70,8 +71,9 @@ constexpr std::uint64_t USB_ATTACHED = std::uint64_t{1} << 41;  // lets CarPlay'
 constexpr std::uint8_t MARK_BTID = 200;
 
 // What may come on top after the warm-up: lists differ in length, and the heap in how it is cut up.
-constexpr std::uint32_t HEAP_SLACK = 64 * 1024;
+constexpr std::uint32_t HEAP_SLACK = 256 * 1024;
 constexpr std::uint32_t RESIDENT_SLACK_KB = 1024;
+constexpr std::uint32_t MAPPINGS_SLACK = 8;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool IS_MEMORY_JUDGED = false;  // a sanitizer keeps what was freed
@@ -90,6 +92,7 @@ struct Needs {
   std::atomic<std::uint32_t> samples{0};
   std::atomic<std::uint32_t> leastHeap{UINT32_MAX};
   std::atomic<std::uint32_t> leastResidentKb{UINT32_MAX};
+  std::atomic<std::uint32_t> leastMappings{UINT32_MAX};
   std::atomic<std::uint32_t> mostDescriptors{0};
 };
 
@@ -354,6 +357,15 @@ std::uint32_t residentKb() {
   return static_cast<std::uint32_t>(resident * static_cast<unsigned long>(sysconf(_SC_PAGESIZE)) / 1024);
 }
 
+std::uint32_t mappings() {
+  std::ifstream maps("/proc/self/maps");
+  std::uint32_t count = 0;
+  for (std::string line; std::getline(maps, line);) {
+    ++count;
+  }
+  return count;
+}
+
 /// Hears of changes on the notifier's thread, and wakes the one that refreshes.
 class Changes {
  public:
@@ -399,6 +411,7 @@ void tellNeeds(Board& board) {
   keepLeast(needs.leastHeap, static_cast<std::uint32_t>(mallinfo2().uordblks));
 #endif
   keepLeast(needs.leastResidentKb, residentKb());
+  keepLeast(needs.leastMappings, mappings());
   keepMost(needs.mostDescriptors, openDescriptors());
 }
 
@@ -522,6 +535,7 @@ void judgeNeeds(Campaign& campaign, const Board& board) {
   compare("the number of descriptors", first.mostDescriptors, last.mostDescriptors, 0);
   if (IS_MEMORY_JUDGED) {
     compare("the heap", std::min<std::uint32_t>(first.leastHeap, UINT32_MAX - HEAP_SLACK), last.leastHeap, HEAP_SLACK);
+    compare("the number of mappings", first.leastMappings, last.leastMappings, MAPPINGS_SLACK);
     compare("the resident memory in KiB", first.leastResidentKb, last.leastResidentKb, RESIDENT_SLACK_KB);
   }
 }
@@ -536,7 +550,8 @@ std::string needsText(const Board& board) {
   }
   return "heap " + std::to_string(first.leastHeap / 1024) + " -> " + std::to_string(last.leastHeap / 1024) +
          " KiB, resident " + std::to_string(first.leastResidentKb) + " -> " + std::to_string(last.leastResidentKb) +
-         " KiB, " + descriptors;
+         " KiB, mappings " + std::to_string(first.leastMappings) + " -> " + std::to_string(last.leastMappings) + ", " +
+         descriptors;
 }
 
 }  // namespace

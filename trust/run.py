@@ -84,7 +84,7 @@ ROWS = [
     Row("processes", "whole processes by chance, against a model in Python", "trust/processes",
         count(1000), count(25), ["processes"], count(100), limit_quick=300, limit_control=300),  # both include the building
     Row("soak", "a unit under load, one client of which lives through it all", "soak",
-        ["--seconds", "600"], ["--seconds", "10"], ["soak"], ["--seconds", "4"]),
+        ["--seconds", "600"], ["--seconds", "10"], ["soak", "soak-mappings"], ["--seconds", "4"]),
 ]
 
 
