@@ -68,7 +68,19 @@ def count(number):
     return ["--count", str(number)]
 
 
+# The lock's campaign on four machines: the same program each time.
+LOCK_KILLS = "holders of locks killed at any instruction"
+
 ROWS = [
+    Row("lock-kills", LOCK_KILLS, "lock_kills", count(50000), count(500), ["lock-kills"], count(200)),
+    Row("lock-kills-i686", LOCK_KILLS + ", 32-bit x86", "lock_kills", count(5000), count(200), ["lock-kills"], count(200),
+        preset="i686"),
+    Row("lock-kills-qemu-user", LOCK_KILLS + ", 32-bit ARM emulated", "lock_kills", count(1000), count(50), ["lock-kills"],
+        count(50), preset="armhf"),
+    Row("lock-kills-arm-kernel", LOCK_KILLS + ", booted 32-bit ARM kernel", "lock_kills", count(1000), None, ["lock-kills"],
+        count(50), preset="guest"),
+    Row("lock-garbage", "garbage written over pages of locks", "lock_garbage",
+        count(10000), count(300), ["lock-garbage"], count(300)),
     Row("creation", "creators of segments killed before and after each call, and racing", "creation",
         count(10000), count(300), ["creation"], count(100)),
     Row("truncation", "tables read while they are cut, lengthened and replaced", "truncation",
@@ -79,6 +91,14 @@ ROWS = [
         count(100000), count(4000), ["saved-table", "saved-table-folder", "saved-table-in-place"], count(2000)),
     Row("damaged-table", "damaged saved tables loaded", "damaged_table",
         count(100000), count(5000), ["damaged-table"], count(2000)),
+    Row("failed-calls", "system calls of a load or save that fail", "failed_calls",
+        count(1000), count(300), ["failed-calls"], count(200)),
+    Row("fields", "tables with every value in every field", "fields",
+        count(20000), count(2000), ["fields"], count(1000)),
+    Row("notifier", "disturbances of the notifier: kills, garbage, a full ring, participants that are stopped", "notifier",
+        count(3000), count(60), ["notifier"], count(60)),
+    Row("fuzz", "executions of the fuzz targets, under ASan and UBSan", "scripts/fuzz",
+        ["--seconds", "60"], ["--seconds", "3"], ["fuzz"], ["--replay"], limit_quick=300, limit_control=300),
     Row("model", "refreshes compared with a naive model, under ASan and UBSan", "model",
         count(1000000), count(5000), ["model"], count(2000), preset="asan-ubsan", control_preset="release"),
     Row("processes", "whole processes by chance, against a model in Python", "trust/processes",
@@ -138,6 +158,10 @@ def log_of(row, what):
     return WORK / "logs" / ("%s.%s.log" % (row.name, what))
 
 
+def built_by(preset):
+    return "armhf" if preset == "guest" else preset
+
+
 def is_script(row):
     return "/" in row.program
 
@@ -149,17 +173,17 @@ def command_of(row, source, folder, arguments):
     return [str(PRIVATE_SHM)] + (QEMU_USER if row.preset == "armhf" else []) + program
 
 
-def run_in_guest(row, program, arguments, limit):
+def run_in_guest(row, source, folder, arguments, limit, log):
     """On the booted kernel; the guest passes the closing line on."""
     plan = WORK / "guest-plan"
+    program = folder / "trust" / ("trust_" + row.program)
     plan.write_text("%s %s %s\n" % (row.name, program, " ".join(arguments)), encoding="utf-8")
-    log = log_of(row, "campaign")
     with open(log, "w", encoding="utf-8") as said:
         started = time.monotonic()
-        code = subprocess.run([str(ROOT / "scripts/arm/boot-guest"), str(plan), str(limit), str(limit + GUEST_BOOT_SECONDS)],
-                              cwd=ROOT, stdout=said, stderr=subprocess.STDOUT, check=False).returncode
+        code = subprocess.run([str(source / "scripts/arm/boot-guest"), str(plan), str(limit), str(limit + GUEST_BOOT_SECONDS)],
+                              cwd=source, stdout=said, stderr=subprocess.STDOUT, check=False).returncode
     console = log.read_text(encoding="utf-8", errors="replace").replace("GUEST: TRUST\t", "TRUST\t")
-    outcome = parse(console, code)
+    outcome = parse(console, code) if "GUEST: RESULT" in console else Outcome(trouble="the guest came to no result, see %s" % log)
     outcome.seconds = time.monotonic() - started
     return outcome
 
@@ -168,12 +192,12 @@ def campaign(row, quick):
     """The row's campaign over the sources as they are."""
     arguments = row.quick if quick else row.full
     limit = row.limit_quick if quick else row.limit_full
-    preset = "armhf" if row.preset == "guest" else row.preset
+    preset = built_by(row.preset)
     folder = ROOT / "build" / preset
     if not is_script(row) and not build(ROOT, folder, preset, ["trust_" + row.program], log_of(row, "build")):
         return Outcome(trouble="not built, see %s" % log_of(row, "build").relative_to(ROOT))
     if row.preset == "guest":
-        return run_in_guest(row, folder / "trust" / ("trust_" + row.program), arguments, limit)
+        return run_in_guest(row, ROOT, folder, arguments, limit, log_of(row, "campaign"))
     return run(command_of(row, ROOT, folder, arguments), limit, log_of(row, "campaign"))
 
 
@@ -201,11 +225,15 @@ def control(row, patch):
         if subprocess.run(["patch", "-p1", "--no-backup-if-mismatch"], cwd=CONTROL_SOURCE, stdin=change, stdout=said, stderr=said,
                           check=False).returncode != 0:
             return Outcome(trouble="the patch %s does not apply" % patch)
-    preset = row.control_preset or row.preset
+    preset = built_by(row.control_preset or row.preset)
     folder = CONTROL_SOURCE / "build" / preset
     if not is_script(row) and not build(CONTROL_SOURCE, folder, preset, ["trust_" + row.program], log_of(row, what)):
         return Outcome(trouble="the control %s was not built" % patch)
-    outcome = run(command_of(row, CONTROL_SOURCE, folder, row.control_args), row.limit_control, log_of(row, what + "-run"))
+    log = log_of(row, what + "-run")
+    if row.preset == "guest":
+        shutil.copytree(ROOT / "build/arm/kernel", CONTROL_SOURCE / "build/arm/kernel", dirs_exist_ok=True)
+        return run_in_guest(row, CONTROL_SOURCE, folder, row.control_args, row.limit_control, log)
+    outcome = run(command_of(row, CONTROL_SOURCE, folder, row.control_args), row.limit_control, log)
     if outcome.note.startswith("broke off") and is_script(row):
         outcome.trouble = "the control %s broke off" % patch  # it may not even have been built
     return outcome
