@@ -31,13 +31,6 @@ void requireMessage(const NotifierRing& ring, const NotifierRing::Position& want
   }
 }
 
-/// What it says about repairs is not looked at.
-template <class Repairs>
-int publish(NotifierRing& ring, int (NotifierRing::*call)(std::uint32_t, const void*, std::uint32_t, Repairs&)) {
-  Repairs repairs{};
-  return (ring.*call)(7, "after", 5, repairs);
-}
-
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -68,7 +61,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   }
   requireMessage(ring, {head.position.generation, head.position.sequence - 1}, bytes);
 
-  require(publish(ring, &NotifierRing::publish) == 0, "it is published into");
+  NotifierRing::Repairs repairs;
+  require(ring.publish(7, "after", 5, repairs) == 0, "it is published into");
+  require(bytes.empty() || repairs.madeAnew == !head.valid, "a ring that is not intact is made anew, no other");
   NotifierRingSlot slot = {};
   const NotifierRing::Position next = ring.head().position;
   require(!head.valid || next.generation == head.position.generation, "an intact ring is not made anew");
