@@ -196,7 +196,7 @@ class Tables {
   static constexpr std::uint64_t CELLS = (Source::SLOT_SIZE + (Source::OUTSIDE != 0 ? 8 : 0)) * 256;
 
   void tryCell(std::uint64_t cell) {
-    const std::size_t position = cell / 256;
+    const auto position = static_cast<std::size_t>(cell / 256);
     const auto value = static_cast<char>(cell % 256);
     std::string table = background();
     if (position < Source::SLOT_SIZE) {

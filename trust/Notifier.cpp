@@ -195,7 +195,7 @@ class Disturbances {
   // everything before each and behind it.
   void disturb(std::uint64_t round) {
     if (round % 8 != 7) {
-      changeAByte((round - round / 8) % RING_SIZE);
+      changeAByte(static_cast<std::size_t>((round - round / 8) % RING_SIZE));
       return;
     }
     const std::uint64_t other = round / 8;
@@ -460,7 +460,7 @@ class Disturbances {
   void damageSlot(std::uint64_t slot) {
     std::string garbage(SLOT, '\0');
     std::generate(garbage.begin(), garbage.end(), [this] { return static_cast<char>(mRandom()); });
-    overwrite(HEADER + slot * SLOT, garbage);
+    overwrite(static_cast<std::size_t>(HEADER + slot * SLOT), garbage);
   }
 
   std::uint64_t allLost() const {

@@ -187,7 +187,7 @@ int main(int argc, char** argv) {
 
   for (std::uint64_t round = 0; round < campaign.count() && findings.count() < 20; ++round) {
     const Place& place = PLACES[round % std::size(PLACES)];
-    const OddObject& object = objects[round / std::size(PLACES) % objects.size()];
+    const OddObject& object = objects[static_cast<std::size_t>(round / std::size(PLACES) % objects.size())];
     const Moment moment = MOMENTS[round / std::size(PLACES) / objects.size() % std::size(MOMENTS)];
     makeTables();
     ChildProcess client([&] { return (Trial(object, place, findings).*moment)(); });
