@@ -86,7 +86,7 @@ class TablesWithGroupsOfTheirOwn : public ::testing::Test {
     makeTable("AapDeviceList", ANDROID_AUTO, OF_ANDROID_AUTO);
     makeTable("LmSCarplayResource", CARPLAY, OF_CARPLAY);
     makeTable("FuncInfo", 0, OF_FUNCTIONS);
-    makeTable("LmSharedMemNotifier", 0, OF_NOTIFICATIONS);
+    makeEmpty("LmSharedMemNotifier", 0, OF_NOTIFICATIONS);
     std::filesystem::permissions(saveFolder.path(), std::filesystem::perms::all);
     setenv("LM_SAVE_FILE_DIR", saveFolder.path().c_str(), 1);
   }
