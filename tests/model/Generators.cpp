@@ -118,21 +118,34 @@ Gen<SavedFile> savedFiles() {
       gen::inRange<std::uint32_t>(0, 2631));
 }
 
+/// In the fields of a record, but for the end of a name.
+Gen<Overwritten> overwrittenBytes() {
+  return gen::apply(
+      [](std::uint32_t record, std::uint32_t offset, std::uint8_t value) {
+        return Overwritten{record * 263 + offset, value};
+      },
+      gen::element<std::uint32_t>(0, 0, 0, 1, 1, 2, 3, 9), gen::element<std::uint32_t>(0, 0, 0, 1, 2, 3, 100, 262),
+      gen::element<std::uint8_t>(2, 0, 1, 3, 'x', 255));
+}
+
 /// Most often the file stays as it is: it is the one that the client before has saved.
 Gen<Restart> restarts() {
   return gen::apply(
-      [](SavedFile&& file, int chance, int await, int initialise, Format format) {
+      [](SavedFile&& file, Overwritten overwritten, int chance, int await, int initialise, Format format) {
         Restart restart;
         if (chance < 3) {
           restart.file = std::move(file);
         }
         restart.removesFile = chance == 3;
+        if (chance > 3 && chance < 7) {
+          restart.overwritten = overwritten;
+        }
         restart.awaitsBluetooth = await == 1;
         restart.isInitialised = initialise != 1;
         restart.format = format;
         return restart;
       },
-      savedFiles(), gen::inRange(0, 10), gen::inRange(0, 4), gen::inRange(0, 50), formats());
+      savedFiles(), overwrittenBytes(), gen::inRange(0, 10), gen::inRange(0, 4), gen::inRange(0, 50), formats());
 }
 
 template <class Alternative, class Variant>

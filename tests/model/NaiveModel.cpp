@@ -247,13 +247,7 @@ void Numbers::number(Devices& list, std::vector<std::string>& log) {
 // --- The whole list ---------------------------------------------------------------------------------------------
 
 void NaiveModel::restart(const Restart& restart) {
-  std::optional<std::string> file = mNumbers.file();
-  if (restart.removesFile) {
-    file = std::nullopt;
-  } else if (restart.file) {
-    file = bytesOf(*restart.file);
-  }
-  mNumbers.restart(file);
+  mNumbers.restart(fileAfter(restart, mNumbers.file()));
   for (Devices* list : {&mBtPaired, &mCpPaired, &mCpUsb, &mAapPaired, &mAapUsb, &mUsbPart, &mPairedPart}) {
     list->clear();
   }

@@ -71,6 +71,9 @@ void tell(std::ostream& out, const SetFormat& step) { out << "format " << static
 void tell(std::ostream& out, const Restart& step) {
   out << "start: format " << static_cast<int>(step.format) << (step.awaitsBluetooth ? ", awaits Bluetooth" : "")
       << (step.isInitialised ? "" : ", forgets to initialise") << (step.removesFile ? ", no file" : "");
+  if (step.overwritten && !step.file && !step.removesFile) {
+    out << ", byte " << step.overwritten->at << " is " << int{step.overwritten->value};
+  }
   if (step.file && !step.removesFile) {
     out << ", file of " << step.file->records.size() << " records:";
     for (const SavedRecord& record : step.file->records) {
@@ -143,6 +146,19 @@ std::string bytesOf(const SavedFile& file) {
     bytes.resize(std::min<std::size_t>(*file.cutAt, bytes.size()));
   }
   return bytes;
+}
+
+std::optional<std::string> fileAfter(const Restart& restart, std::optional<std::string> file) {
+  if (restart.removesFile) {
+    return std::nullopt;
+  }
+  if (restart.file) {
+    return bytesOf(*restart.file);
+  }
+  if (restart.overwritten && file && restart.overwritten->at < file->size()) {
+    (*file)[restart.overwritten->at] = static_cast<char>(restart.overwritten->value);
+  }
+  return file;
 }
 
 std::ostream& operator<<(std::ostream& out, const Story& story) { return tellAll(out, story); }

@@ -95,14 +95,24 @@ struct SavedFile {
 /// The bytes of such a file. Every name in it ends within its field.
 std::string bytesOf(const SavedFile& file);
 
+/// One byte of the file that the client before has saved: what differs in so little is easily taken for the same.
+struct Overwritten {
+  std::uint32_t at = 0;
+  std::uint8_t value = 0;
+};
+
 /// The client is ended and another one started.
 struct Restart {
-  std::optional<SavedFile> file;  // takes the place of the saved file; null: that stays
-  bool removesFile = false;       // there is none, whatever `file` says
+  std::optional<SavedFile> file;           // takes the place of the saved file; null: that stays
+  std::optional<Overwritten> overwritten;  // where it stays
+  bool removesFile = false;                // there is none, whatever else is said
   bool awaitsBluetooth = false;
   bool isInitialised = true;  // false: it forgets to
   Format format = Format::BUILT_IN;
 };
+
+/// What the next client finds, where `file` is what the last one has left; null: none.
+std::optional<std::string> fileAfter(const Restart& restart, std::optional<std::string> file);
 
 using Step = std::variant<Put<BtPhone>, Put<CpPhone>, Put<AapPhone>, SetCurrentPhone, Refresh, SetFormat, Restart>;
 

@@ -64,10 +64,15 @@ class Saved {
   explicit Saved(const SaveFolder& folder) : mFolder(folder), mPath((folder / FILE_NAME).string()) {}
 
   void prepare(const Restart& restart) {
-    if (restart.removesFile) {
+    std::optional<std::string> last;
+    if (mark().exists) {
+      last = mFolder.contents(FILE_NAME);
+    }
+    const std::optional<std::string> next = fileAfter(restart, last);
+    if (!next) {
       std::filesystem::remove(mPath);
-    } else if (restart.file) {
-      mFolder.put(FILE_NAME, bytesOf(*restart.file));
+    } else if (next != last) {
+      mFolder.put(FILE_NAME, *next);
     }
     mLast = mark();
   }
@@ -280,18 +285,12 @@ class Counter {
 
  private:
   std::string apply(const Restart& restart) {
-    std::optional<std::string> file = mModel.file();
-    if (restart.removesFile) {
-      file = std::nullopt;
-    } else if (restart.file) {
-      file = bytesOf(*restart.file);
-    }
     mProvider.reset();
     SaveFolder::letGo();
     mComparison.saved().prepare(restart);
     mProvider = std::make_unique<SuffixProvider>();
     mProvider->setFormat(functionOf(restart.format));
-    mModel.restart(file);
+    mModel.restart(fileAfter(restart, mModel.file()));
     mModel.setFormat(restart.format, mExpectedLog);
     if (restart.isInitialised) {
       mProvider->start();
