@@ -48,7 +48,7 @@ unsigned char written(unsigned generation, unsigned slot, std::size_t position) 
 
 // The generation in which that byte was written: 41 is the inverse of 31.
 unsigned generationOf(unsigned char byte, unsigned slot, std::size_t position) {
-  const std::size_t others = (slot * 7 + position) % GENERATIONS;
+  const std::size_t others = (std::size_t{slot} * 7 + position) % GENERATIONS;
   return static_cast<unsigned>((byte - 1 + GENERATIONS - others) * 41 % GENERATIONS);
 }
 
