@@ -14,18 +14,34 @@ class NamedLock;
 /// Who holds it is a thread, and for that thread it is re-entrant. Exclusion and re-entrancy go by the
 /// name: two objects of one name in one process are one lock.
 ///
-/// Between processes it is an advisory lock on the file "LmLock.NAME" in the shared-memory folder
-/// (mode 0664, made at the first use, never removed). The kernel gives it on when its holder dies; the
-/// next one takes it with one log line, and what it guards may be half written. A holder that is alive
-/// but stopped is waited for. After fork() the parent still holds what it held, the child does not.
-/// A thread must give the lock back before it ends.
+/// Between processes it is a word in the file "LmLock.NAME" in the shared-memory folder (mode 0664, made at the first
+/// use, never removed), which up to 127 processes may use at once. While nobody else wants the lock, taking it and
+/// giving it back make no system call.
 ///
-/// What others do to the file neither crashes nor hangs anybody: garbage in it looks like a holder that died, and
-/// removed, it loses its exclusion for the hold in progress only.
+/// A holder that dies, however it dies, gives the lock to the next one, with one log line, within 100 ms of somebody's
+/// waiting for it; what it guards may be half written. So does a program that is replaced by another one (exec). What
+/// proves that the holder lives is a lock of the kernel's on its opening of the file, no process id. A holder that is
+/// alive but stopped is waited for, however long, and named in the log after a second and then every ten. After fork()
+/// the parent still holds what it held, the child does not. A thread that ends while it holds the lock gives it up,
+/// with a log line.
 ///
-/// Where the file cannot be opened (permissions, no descriptors left) there is one log line, and the lock
-/// still excludes the threads of this process, but no other process; each outermost lock() tries
-/// the file again.
+/// What others do to the file neither crashes nor hangs anybody. Garbage in it is found by whoever locks next, logged
+/// and repaired: the hold that it hits may lose its exclusion, the next one does not. Cut short, it is made whole
+/// again, by way of a handler for SIGBUS, which passes on what is none of its business; a thread must not block that
+/// signal while it locks, and a handler that is installed after the first lock() has to pass on to the one that was
+/// there before. Removed, the file is made again, noticed after 64 uses at the latest, or 50 ms of waiting; until then
+/// whoever opens the new one is not excluded.
+///
+/// What cannot be found out:
+/// - Random bytes pass for a living holder once in 2^24 times, and then only if the process with that number uses the
+///   lock. It is waited for until it locks itself, or ends.
+/// - Four bytes that were written to mean something, such as zeros or the word of an earlier moment, are believed.
+/// - A child that was made past fork(), by a bare system call, keeps its parent's opening of the file. A parent that
+///   dies while it holds the lock counts as alive until such a child ends.
+///
+/// Where the file cannot be opened (permissions, no descriptors left), is of another version, or has all its places
+/// taken, there is one log line, and the lock still excludes the threads of this process, but no other process; each
+/// outermost lock() tries the file again.
 class LM_FRAMEWORK_API LmSharedSyncObject : private LmUncopyable {
  public:
   /// `name` is the bare name, without a slash, at most 200 bytes; copied. Does not wait.

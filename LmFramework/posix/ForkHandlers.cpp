@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include "LmFramework/posix/DbgOutputFork.h"
+#include "LmFramework/posix/LockPage.h"
 #include "LmFramework/posix/NamedLock.h"
 #include "LmFramework/posix/NotifierHub.h"
 #include "LmFramework/posix/ObserverList.h"
@@ -16,6 +17,7 @@ namespace {
 void prepare() {
   NotifierHub::prepareFork();
   NamedLock::prepareFork();
+  LockPage::prepareFork();
   SharedFile::prepareFork();
   ObserverList::prepareFork();
   forkPrepareLog();
@@ -25,6 +27,7 @@ void parent() {
   forkParentLog();
   ObserverList::parentAfterFork();
   SharedFile::parentAfterFork();
+  LockPage::parentAfterFork();
   NamedLock::parentAfterFork();
   NotifierHub::parentAfterFork();
 }
@@ -33,6 +36,7 @@ void child() {
   forkChildLog();
   ObserverList::childAfterFork();
   SharedFile::childAfterFork();
+  LockPage::childAfterFork();
   NamedLock::childAfterFork();
   NotifierHub::childAfterFork();
 }

@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "LmFramework/posix/NamedLock.h"
 
-#include <sys/file.h>
-#include <unistd.h>
+#include <pthread.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <mutex>
-#include <new>
 
 #include "LmFramework/LmDbgOutput.h"
 #include "LmFramework/posix/ForkHandlers.h"
@@ -16,26 +15,65 @@
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr char FILE_TEXT[] = "LmFramework/posix/NamedLock";
 constexpr int TAG = 1;
 constexpr std::size_t MAX_NAME_SIZE = 200;
-// How often the file may be removed between opening and locking it before that counts as a failure.
-constexpr int MAX_ATTEMPTS = 100;
-// With this a new file is made: nobody holds it.
-const std::uint32_t NOT_HELD = 0;
+// So often what is repaired may be found damaged again, without a pause, before that counts as a failure.
+constexpr int MAX_REPAIRS = 100;
+// How long a holder may be dead before anybody looks; half of the time within which the next one has the lock.
+constexpr std::chrono::milliseconds LOOK_INTERVAL{50};
+// When somebody who waits says so, first and again: long after any hold that goes well.
+constexpr std::chrono::seconds FIRST_COMPLAINT{1};
+constexpr std::chrono::seconds COMPLAINT_INTERVAL{10};
 
 using Names = std::map<std::string, std::weak_ptr<NamedLock>>;
 
-// One mutex for all names: it is held for a few instructions only, never while anybody waits or a
-// file is touched, and fork() has one to take instead of many.
+// One mutex for all names: it is held while a lock is made, destroyed, or given up by a thread that ends.
 std::mutex gMutex;
 NamedLock* gLocks = nullptr;
 Names* gNames = nullptr;  // never deleted: a lock may be used while the process exits
+
+// A thread that has ever locked anything has a value here, so that its end is noticed.
+constexpr pthread_key_t NO_KEY = static_cast<pthread_key_t>(-1);
+pthread_key_t gThreadKey = NO_KEY;
+
+/// Says from time to time whom a lock() has been waiting for.
+class Patience {
+ public:
+  explicit Patience(const std::string& name) : mName(name) {}
+
+  bool hasWaited() const { return mStarted != Clock::time_point(); }
+
+  void waitsFor(std::uint32_t process) {
+    const Clock::time_point now = Clock::now();
+    if (!hasWaited()) {
+      mStarted = now;
+      mNextComplaint = now + FIRST_COMPLAINT;
+    }
+    if (now < mNextComplaint) {
+      return;
+    }
+    mNextComplaint = now + COMPLAINT_INTERVAL;
+    LmDbgOutput::DbgPrint(
+        FILE_TEXT, "lockFile", __LINE__, TAG, "%s: waited for %u s so far, process %u holds it\n", mName.c_str(),
+        static_cast<unsigned>(std::chrono::duration_cast<std::chrono::seconds>(now - mStarted).count()),
+        static_cast<unsigned>(process));
+  }
+
+ private:
+  const std::string& mName;
+  Clock::time_point mStarted;
+  Clock::time_point mNextComplaint;
+};
 
 }  // namespace
 
 std::shared_ptr<NamedLock> NamedLock::get(const std::string& name) {
   installForkHandlers();
+  static pthread_once_t once = PTHREAD_ONCE_INIT;
+  pthread_once(&once, &NamedLock::makeThreadKey);
   std::lock_guard<std::mutex> guard(gMutex);
   if (gNames == nullptr) {
     gNames = new Names;
@@ -69,107 +107,132 @@ NamedLock::~NamedLock() {
 }
 
 bool NamedLock::lock() {
-  const std::thread::id self = std::this_thread::get_id();
-  {
-    std::unique_lock<std::mutex> guard(gMutex);
-    if (mOwner == self) {
-      ++mDepth;
-      return mHoldsFile;
-    }
-    mReleased.wait(guard, [this] { return mOwner == std::thread::id(); });
-    mOwner = self;
-    mDepth = 1;
+  if (mGate.isMine()) {
+    ++mDepth;
+    return mHoldsFile;
   }
-  mHoldsFile = lockFile();
+  mGate.enter();
+  mDepth = 1;
+  watchThread();
+  mHoldsFile = mFile.tryTake() || lockFile();
   return mHoldsFile;
 }
 
 bool NamedLock::unlock() {
-  {
-    std::lock_guard<std::mutex> guard(gMutex);
-    if (mOwner != std::this_thread::get_id()) {
-      return false;
-    }
-    if (mDepth > 1) {
-      --mDepth;
-      return true;
-    }
+  if (!mGate.isMine()) {
+    return false;
   }
-  if (mHoldsFile) {
-    unlockFile();
+  if (--mDepth == 0) {
+    giveBack();
   }
-  std::lock_guard<std::mutex> guard(gMutex);
-  mOwner = std::thread::id();
-  mDepth = 0;
-  mReleased.notify_one();
   return true;
 }
 
+void NamedLock::giveBack() {
+  if (mHoldsFile && !mFile.tryGive() && !mFile.give()) {
+    LmDbgOutput::DbgPrint(FILE_TEXT, __func__, __LINE__, TAG,
+                          "%s: its file was overwritten while it was held, another process may have held it too\n",
+                          mName.c_str());
+  }
+  mHoldsFile = false;
+  mGate.leave();
+}
+
 bool NamedLock::lockFile() {
-  const int error = openAndLock();
-  if (error == 0) {
-    mFailureLogged = false;
-    noteHolder();
-    return true;
-  }
-  mFile.close();
-  if (!mFailureLogged) {
-    mFailureLogged = true;
-    LmDbgOutput::DbgPrint(FILE_TEXT, __func__, __LINE__, TAG,
-                          "%s: no lock on its file (%s), other processes are not excluded\n", mName.c_str(),
-                          ErrorText(error).get());
-  }
-  return false;
-}
-
-int NamedLock::openAndLock() {
-  if (mName.empty() || mName.size() > MAX_NAME_SIZE) {
-    return mName.empty() ? EINVAL : ENAMETOOLONG;
-  }
-  for (int attempt = 0; attempt < MAX_ATTEMPTS; ++attempt) {
-    const int error = mFile.open({&NOT_HELD, sizeof NOT_HELD, sizeof NOT_HELD});
+  Patience patience(mName);
+  for (int repairs = 0;;) {
+    bool repaired = false;
+    int error = nameError();
+    if (error == 0) {
+      error = repairs < MAX_REPAIRS ? mFile.open(repaired) : EIO;
+    }
     if (error != 0) {
-      return error;
+      failed(error);
+      return false;
     }
-    if (retryInterrupted([this] { return flock(mFile.descriptor(), LOCK_EX); }) != 0) {
-      return errno;
+    mFailureLogged = false;
+    std::uint32_t holder = 0;
+    const LockFile::Attempt attempt = mFile.attempt(patience.hasWaited(), holder);
+    if (repaired || attempt == LockFile::Attempt::TAKEN_FROM_GARBAGE) {
+      LmDbgOutput::DbgPrint(FILE_TEXT, __func__, __LINE__, TAG,
+                            "%s: its file was overwritten or cut short and is repaired, two may hold it once\n",
+                            mName.c_str());
     }
-    if (mFile.isCurrent()) {
-      return 0;
+    switch (attempt) {
+      case LockFile::Attempt::TAKEN_FROM_THE_DEAD:
+        LmDbgOutput::DbgPrint(FILE_TEXT, __func__, __LINE__, TAG,
+                              "%s: its holder (process %u) died, what it guards may be half written\n", mName.c_str(),
+                              static_cast<unsigned>(holder));
+        return true;
+      case LockFile::Attempt::TAKEN:
+      case LockFile::Attempt::TAKEN_FROM_GARBAGE:
+        return true;
+      case LockFile::Attempt::HELD:
+        repairs = 0;
+        patience.waitsFor(holder);
+        mFile.wait(LOOK_INTERVAL);
+        break;
+      case LockFile::Attempt::CHANGED:
+        repairs += repaired ? 1 : 0;
+        break;
     }
-    mFile.close();  // removed meanwhile: whoever comes next locks another file
   }
-  return ESTALE;
 }
 
-void NamedLock::unlockFile() {
-  // Neither can be helped when it fails: the next holder logs a death too many, or closing the file gives the
-  // lock back.
-  static_cast<void>(mFile.write(0, &NOT_HELD, sizeof NOT_HELD));
-  static_cast<void>(retryInterrupted([this] { return flock(mFile.descriptor(), LOCK_UN); }));
+int NamedLock::nameError() const {
+  if (mName.empty()) {
+    return EINVAL;
+  }
+  return mName.size() > MAX_NAME_SIZE ? ENAMETOOLONG : 0;
 }
 
-void NamedLock::noteHolder() {
-  std::uint32_t former = NOT_HELD;
-  if (mFile.read(0, &former, sizeof former) && former != NOT_HELD) {
-    LmDbgOutput::DbgPrint(FILE_TEXT, __func__, __LINE__, TAG,
-                          "%s: its holder (process %u) died, what it guards may be half written\n", mName.c_str(),
-                          static_cast<unsigned>(former));
+void NamedLock::failed(int error) {
+  mFile.close();
+  if (mFailureLogged) {
+    return;
   }
-  const auto holder = static_cast<std::uint32_t>(getpid());
-  static_cast<void>(mFile.write(0, &holder, sizeof holder));  // costs no more than the line above, should we die
+  mFailureLogged = true;
+  LmDbgOutput::DbgPrint(FILE_TEXT, __func__, __LINE__, TAG,
+                        "%s: no lock on its file (%s), other processes are not excluded\n", mName.c_str(),
+                        ErrorText(error).get());
+}
+
+// Without a key, a lock whose thread ends stays held until the process does.
+void NamedLock::makeThreadKey() {
+  if (pthread_key_create(&gThreadKey, &NamedLock::threadEnds) != 0) {
+    gThreadKey = NO_KEY;
+  }
+}
+
+void NamedLock::watchThread() {
+  if (pthread_getspecific(gThreadKey) == nullptr) {
+    static_cast<void>(pthread_setspecific(gThreadKey, &gThreadKey));
+  }
+}
+
+void NamedLock::threadEnds(void* /*key*/) {
+  const std::lock_guard<std::mutex> guard(gMutex);
+  for (NamedLock* lock = gLocks; lock != nullptr; lock = lock->mNext) {
+    if (lock->mGate.isMine()) {
+      LmDbgOutput::DbgPrint(FILE_TEXT, __func__, __LINE__, TAG,
+                            "%s: a thread that held it has ended, what it guards may be half written\n",
+                            lock->mName.c_str());
+      lock->mDepth = 0;
+      lock->giveBack();
+    }
+  }
 }
 
 void NamedLock::prepareFork() { gMutex.lock(); }
 
 void NamedLock::parentAfterFork() { gMutex.unlock(); }
 
+// Its file and its page are closed and unmapped by their own handlers.
 void NamedLock::childAfterFork() {
   for (NamedLock* lock = gLocks; lock != nullptr; lock = lock->mNext) {
-    lock->mOwner = std::thread::id();
     lock->mDepth = 0;
     lock->mHoldsFile = false;
-    new (&lock->mReleased) std::condition_variable;  // the old one may count threads that are not here
+    lock->mGate.reset();
   }
   gMutex.unlock();
 }

@@ -2,28 +2,18 @@
 #ifndef LMFRAMEWORK_POSIX_NAMEDLOCK_H
 #define LMFRAMEWORK_POSIX_NAMEDLOCK_H
 
-#include <condition_variable>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include "LmFramework/LmUncopyable.h"
-#include "LmFramework/posix/SharedFile.h"
+#include "LmFramework/posix/LockFile.h"
+#include "LmFramework/posix/ThreadGate.h"
 
-/// The one lock of a name in this process; what LmSharedSyncObject promises is kept here.
+/// The one lock of a name in this process; what LmSharedSyncObject promises is kept here, and said in the log.
 ///
-/// Threads exclude each other by owner and depth, processes by flock on the file "LmLock.NAME". The file's
-/// first four bytes are the dirty word: not 0 from just after the lock is taken to just before it is given back, so
-/// that the next holder can tell that the former one died. It holds the id of the holder's process, for people only:
-/// ids are used again and differ between containers.
-///
-///     0       4
-///     +-------+
-///     | dirty |   0 or the holder's process id, 32 bits, in the machine's byte order
-///     +-------+
-///
-/// The file is read and written by calls alone, so one that is cut short or overwritten costs a
-/// log line at most. One that is removed loses its exclusion for the hold in progress, not for the next.
+/// Threads exclude each other by the gate, processes by the file "LmLock.NAME", which whoever is inside the gate takes.
+/// Locking and giving back cost two atomic instructions each while nobody else wants the lock; a waiting process sleeps
+/// on the word in the file, and looks every 50 ms whether the holder still lives.
 class NamedLock : private LmUncopyable {
  public:
   /// The lock of that name, made when no object has one.
@@ -37,28 +27,31 @@ class NamedLock : private LmUncopyable {
   bool lock();
   bool unlock();
 
-  // For the fork handlers: no lock changes hands between the first call and one of the others.
+  // For the fork handlers: no lock is made or destroyed between the first call and one of the others.
   static void prepareFork();
   static void parentAfterFork();
   static void childAfterFork();
 
  private:
   bool lockFile();
-  int openAndLock();
-  void unlockFile();
-  void noteHolder();
+  int nameError() const;
+  void failed(int error);
+  void giveBack();
+
+  static void makeThreadKey();
+  static void watchThread();
+  static void threadEnds(void* key);
 
   const std::string mName;
-  std::condition_variable mReleased;
+  ThreadGate mGate;
 
   // Guarded by the mutex of all named locks.
-  std::thread::id mOwner;
-  unsigned mDepth = 0;
   NamedLock* mNext = nullptr;
   NamedLock* mPrevious = nullptr;
 
-  // The owner's alone.
-  SharedFile mFile;
+  // Of the thread inside the gate alone.
+  unsigned mDepth = 0;
+  LockFile mFile;
   bool mHoldsFile = false;
   bool mFailureLogged = false;
 };

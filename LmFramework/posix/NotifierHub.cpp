@@ -27,12 +27,14 @@ constexpr std::uint64_t BASE_STEP = std::uint64_t{1} << 40;
 
 thread_local bool tIsDeliveryThread = false;
 
-// Signals are for the threads of the program that the library is in.
+// Signals are for the threads of the program that the library is in; but for the one that an observer may cause by
+// using a lock whose file was cut off (LockPage.h).
 class AllSignalsBlocked : private LmUncopyable {
  public:
   AllSignalsBlocked() {
     sigset_t all;
     sigfillset(&all);
+    sigdelset(&all, SIGBUS);
     pthread_sigmask(SIG_SETMASK, &all, &mFormer);
   }
   ~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &mFormer, nullptr); }

@@ -8,7 +8,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -51,6 +53,16 @@ class Holder {
   SharedValue<std::atomic<bool>> mHolds;
   ChildProcess mChild;
 };
+
+constexpr std::uintmax_t LOCK_FILE_SIZE = 4096;
+
+// Whether the file still has its name and its length is not asked for each time.
+void takeSoOftenThatTheFileIsLookedAt(const LmSharedSyncObject& lock) {
+  for (int i = 0; i < 65; ++i) {
+    ASSERT_TRUE(lock.lock());
+    ASSERT_TRUE(lock.unlock());
+  }
+}
 
 int lockOnce(const char* name) {
   const LmSharedSyncObject lock(name);
@@ -157,10 +169,10 @@ TEST(AHeldLock, IsReEntrantForItsThread) {
   EXPECT_TRUE(lock.lock());
   EXPECT_TRUE(lock.unlock());
   EXPECT_TRUE(lock.unlock());
-  EXPECT_FALSE(sharedFileIsUnlocked("LmLock.Nested"));
+  EXPECT_FALSE(lockFileIsFree("LmLock.Nested"));
 
   EXPECT_TRUE(lock.unlock());
-  EXPECT_TRUE(sharedFileIsUnlocked("LmLock.Nested"));
+  EXPECT_TRUE(lockFileIsFree("LmLock.Nested"));
   EXPECT_FALSE(lock.unlock());
 }
 
@@ -172,7 +184,7 @@ TEST(AHeldLock, IsGivenBackByItsHolderOnly) {
   std::thread([&] { given = lock.unlock(); }).join();
 
   EXPECT_FALSE(given);
-  EXPECT_FALSE(sharedFileIsUnlocked("LmLock.Stranger"));
+  EXPECT_FALSE(lockFileIsFree("LmLock.Stranger"));
   EXPECT_TRUE(lock.unlock());
 }
 
@@ -189,9 +201,9 @@ TEST(TwoObjectsOfOneName, AreOneLockForTheThread) {
 
   EXPECT_TRUE(second.lock());
   EXPECT_TRUE(first.unlock());
-  EXPECT_FALSE(sharedFileIsUnlocked("LmLock.Twice"));
+  EXPECT_FALSE(lockFileIsFree("LmLock.Twice"));
   EXPECT_TRUE(second.unlock());
-  EXPECT_TRUE(sharedFileIsUnlocked("LmLock.Twice"));
+  EXPECT_TRUE(lockFileIsFree("LmLock.Twice"));
 }
 
 TEST(TwoObjectsOfOneName, ExcludeTwoThreads) {
@@ -254,6 +266,153 @@ TEST(AKilledHolder, GivesTheLockToOneThatWaits) {
   EXPECT_EQ(0, waiter.wait());
 }
 
+TEST(AKilledHolder, GivesTheLockToOneOfManyThatWait) {
+  constexpr int PROCESSES = 8;
+  Holder holder("KilledMany");
+  const SharedValue<std::atomic<int>> ready;
+  const SharedValue<volatile int> counter;
+  std::vector<std::unique_ptr<ChildProcess>> waiters;
+  for (int i = 0; i < PROCESSES; ++i) {
+    waiters.push_back(std::make_unique<ChildProcess>([&] {
+      const LmSharedSyncObject lock("KilledMany");
+      ready->fetch_add(1);
+      lock.lock();
+      const int seen = *counter;
+      sched_yield();
+      *counter = seen + 1;
+      return lock.unlock() ? 0 : 1;
+    }));
+  }
+  ASSERT_TRUE(eventually([&] { return ready->load() == PROCESSES; }));
+
+  holder.kill();
+
+  for (auto& waiter : waiters) {
+    EXPECT_EQ(0, waiter->wait());
+  }
+  EXPECT_EQ(PROCESSES, *counter);
+}
+
+TEST(AHolderThatExits, GivesTheLockToTheNextWithOneLogLine) {
+  ChildProcess holder(
+      [] {
+        const LmSharedSyncObject lock("Exits");
+        return lock.lock() ? 0 : 1;
+      },
+      ChildProcess::End::EXIT);
+  ASSERT_EQ(0, holder.wait());
+  const LogCapture log;
+
+  EXPECT_EQ(0, lockOnce("Exits"));
+
+  EXPECT_EQ(1U, log.lines().size());
+  EXPECT_EQ(1U, log.count(DIED));
+}
+
+TEST(AHolderThatRunsAnotherProgram, GivesTheLockToTheNextWithOneLogLine) {
+  int input[2];
+  ASSERT_EQ(0, pipe(input));
+  ChildProcess holder([&] {
+    const LmSharedSyncObject lock("Execs");
+    lock.lock();
+    dup2(input[0], STDIN_FILENO);
+    close(input[0]);
+    close(input[1]);
+    execl("/bin/sh", "sh", "-c", "read line; exit 7", nullptr);
+    return 1;
+  });
+  const LmSharedSyncObject lock("Execs");
+  ASSERT_TRUE(eventually([] { return sharedContents("LmLock.Execs").size() == LOCK_FILE_SIZE; }));
+  ASSERT_TRUE(eventually([] { return !lockFileIsFree("LmLock.Execs"); }));
+  const LogCapture log;
+
+  EXPECT_TRUE(lock.lock());
+
+  EXPECT_EQ(1U, log.lines().size());
+  EXPECT_EQ(1U, log.count("(process " + std::to_string(holder.pid()) + ") died"));
+  EXPECT_TRUE(lock.unlock());
+  close(input[0]);
+  close(input[1]);
+  EXPECT_EQ(7, holder.wait()) << "it had died otherwise";
+}
+
+TEST(AThreadThatEndsWhileItHoldsTheLock, GivesItUpWithOneLogLine) {
+  const LmSharedSyncObject lock("Ended");
+  const LmSharedSyncObject other("EndedToo");
+  const LogCapture log;
+
+  std::thread([&] {
+    lock.lock();
+    lock.lock();
+    other.lock();
+    other.unlock();
+  }).join();
+
+  EXPECT_TRUE(lockFileIsFree("LmLock.Ended"));
+  EXPECT_EQ(1U, log.lines().size());
+  EXPECT_EQ(1U, log.count("Ended: a thread that held it has ended"));
+  EXPECT_TRUE(lock.lock());
+  EXPECT_TRUE(lock.unlock());
+  EXPECT_FALSE(lock.unlock());
+}
+
+TEST(AThreadThatEndsWhileItHoldsTheLock, LeavesItToThreadsAndProcessesThatWait) {
+  const LmSharedSyncObject lock("EndedWaited");
+  std::atomic<bool> held{false};
+  std::atomic<bool> end{false};
+  std::thread holder([&] {
+    lock.lock();
+    held = true;
+    while (!end) {
+      sched_yield();
+    }
+  });
+  ASSERT_TRUE(eventually([&] { return held.load(); }));
+  ChildProcess process([] { return lockOnce("EndedWaited"); });
+  std::thread thread([&] {
+    lock.lock();
+    lock.unlock();
+  });
+
+  end = true;
+
+  holder.join();
+  thread.join();
+  EXPECT_EQ(0, process.wait());
+}
+
+// The log lines name the holder, after one second and again after ten more.
+TEST(AHolderThatIsStopped, IsWaitedForAndNamedInTheLog) {
+  const SharedValue<std::atomic<bool>> held;
+  ChildProcess holder([&held] {
+    const LmSharedSyncObject lock("Stopped");
+    lock.lock();
+    held->store(true);
+    raise(SIGSTOP);
+    return lock.unlock() ? 0 : 1;
+  });
+  ASSERT_TRUE(eventually([&] { return held->load(); }));
+  const LmSharedSyncObject lock("Stopped");
+  const LogCapture log;
+  std::atomic<bool> taken{false};
+  std::thread waiter([&] {
+    lock.lock();
+    taken = true;
+    lock.unlock();
+  });
+  const std::string line = " s so far, process " + std::to_string(holder.pid()) + " holds it";
+
+  EXPECT_TRUE(log.waitFor("Stopped: waited for 1" + line));
+  EXPECT_TRUE(log.waitFor("Stopped: waited for 11" + line));
+  EXPECT_FALSE(taken);
+  EXPECT_EQ(2U, log.lines().size());
+  holder.signal(SIGCONT);
+
+  waiter.join();
+  EXPECT_EQ(0, holder.wait());
+  EXPECT_EQ(0U, log.count(DIED));
+}
+
 TEST(AHolderThatGaveTheLockBack, LeavesNoLogLine) {
   ChildProcess former([] { return lockOnce("Proper"); });
   ASSERT_EQ(0, former.wait());
@@ -296,7 +455,7 @@ TEST(AForkWhileTheLockIsHeld, LeavesItToTheParentAlone) {
   ChildProcess child([&] { return lock.unlock() ? 1 : 0; }, ChildProcess::End::EXIT);
 
   EXPECT_EQ(0, child.wait());
-  EXPECT_FALSE(sharedFileIsUnlocked("LmLock.Forked"));
+  EXPECT_FALSE(lockFileIsFree("LmLock.Forked"));
   EXPECT_TRUE(lock.unlock());
   EXPECT_TRUE(lock.unlock());
   EXPECT_FALSE(lock.unlock());
@@ -368,22 +527,41 @@ TEST(AForkWhileOtherThreadsUseTheLock, LeavesTheChildALockThatWorks) {
   }
 }
 
-TEST(ALockFile, ThatWasCutIsUsedOn) {
+class ALockFileThatWasCut : public testing::TestWithParam<unsigned> {};
+
+TEST_P(ALockFileThatWasCut, WhileTheLockWasFreeIsRepairedWithOneLogLine) {
   const LmSharedSyncObject lock("Cut");
   const LogCapture log;
   lock.lock();
-  std::filesystem::resize_file(sharedPath("LmLock.Cut"), 0);
   lock.unlock();
-  std::filesystem::resize_file(sharedPath("LmLock.Cut"), 0);
+  std::filesystem::resize_file(sharedPath("LmLock.Cut"), GetParam());
 
-  EXPECT_TRUE(lock.lock());
+  takeSoOftenThatTheFileIsLookedAt(lock);
 
-  EXPECT_FALSE(sharedFileIsUnlocked("LmLock.Cut"));
-  EXPECT_TRUE(lock.unlock());
-  EXPECT_TRUE(log.lines().empty());
+  EXPECT_EQ(1U, log.lines().size());
+  EXPECT_EQ(1U, log.count("Cut: its file was overwritten or cut short"));
+  EXPECT_EQ(LOCK_FILE_SIZE, std::filesystem::file_size(sharedPath("LmLock.Cut")));
+  EXPECT_EQ(0, lockOnce("Cut"));
 }
 
-TEST(ALockFile, FullOfGarbageIsUsedOnWithOneLogLine) {
+TEST_P(ALockFileThatWasCut, WhileTheLockWasHeldIsRepairedWithOneLogLine) {
+  const LmSharedSyncObject lock("Cut");
+  const LogCapture log;
+  lock.lock();
+  std::filesystem::resize_file(sharedPath("LmLock.Cut"), GetParam());
+
+  EXPECT_TRUE(lock.unlock());
+  takeSoOftenThatTheFileIsLookedAt(lock);
+
+  EXPECT_EQ(1U, log.lines().size());
+  EXPECT_EQ(1U, log.count("Cut: its file was overwritten"));
+  EXPECT_EQ(LOCK_FILE_SIZE, std::filesystem::file_size(sharedPath("LmLock.Cut")));
+}
+
+INSTANTIATE_TEST_SUITE_P(To, ALockFileThatWasCut, testing::Values(0, 1, 4, 15, 16, 17, 19, 20, 64, 100, 4095),
+                         testing::PrintToStringParamName());
+
+TEST(ALockFile, FullOfGarbageIsRepairedWithOneLogLine) {
   const LmSharedSyncObject lock("Garbage");
   const LogCapture log;
   lock.lock();
@@ -392,23 +570,78 @@ TEST(ALockFile, FullOfGarbageIsUsedOnWithOneLogLine) {
 
   EXPECT_TRUE(lock.lock());
 
-  EXPECT_FALSE(sharedFileIsUnlocked("LmLock.Garbage"));
+  EXPECT_FALSE(lockFileIsFree("LmLock.Garbage"));
   EXPECT_TRUE(lock.unlock());
   EXPECT_TRUE(lock.lock());
   EXPECT_TRUE(lock.unlock());
-  EXPECT_EQ(1U, log.count(DIED));
+  EXPECT_EQ(1U, log.count("Garbage: its file was overwritten or cut short and is repaired"));
   EXPECT_EQ(1U, log.lines().size());
+}
+
+TEST(ALockFile, FilledWithGarbageWhileItIsWaitedForIsRepairedByWhoWaits) {
+  const LmSharedSyncObject lock("GarbageWaited");
+  lock.lock();
+  const SharedValue<std::atomic<bool>> ready;
+  ChildProcess waiter([&ready] {
+    ready->store(true);
+    return lockOnce("GarbageWaited");
+  });
+  ASSERT_TRUE(eventually([&] { return ready->load(); }));
+
+  overwriteShared("LmLock.GarbageWaited", std::string(LOCK_FILE_SIZE, '\x5A'));
+
+  EXPECT_EQ(0, waiter.wait());
+  const LogCapture log;
+  EXPECT_TRUE(lock.unlock());
+  EXPECT_EQ(1U, log.count("another process may have held it too"));
+}
+
+TEST(ALockFile, OfAnotherVersionIsLeftAlone) {
+  // Version 2 and a size of 8192, with the checksum that makes it whole.
+  const std::string other("LmLk\x02\0\0\0\0\x20\0\0\x61\x16\x08\xFE", 16);
+  std::ofstream(sharedPath("LmLock.Newer"), std::ios::binary) << other;
+  const LogCapture log;
+  const LmSharedSyncObject lock("Newer");
+
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_FALSE(lock.lock());
+    EXPECT_TRUE(lock.unlock());
+  }
+
+  EXPECT_EQ(1U, log.lines().size());
+  EXPECT_EQ(1U, log.count("Newer: no lock on its file (Protocol not supported)"));
+  EXPECT_EQ(other, sharedContents("LmLock.Newer").substr(0, 16));
 }
 
 TEST(ALockFile, ThatWasRemovedIsMadeAgain) {
   const LmSharedSyncObject lock("Removed");
+  const LogCapture log;
   lock.lock();
   std::filesystem::remove(sharedPath("LmLock.Removed"));
   EXPECT_TRUE(lock.unlock());
 
-  EXPECT_TRUE(lock.lock());
+  takeSoOftenThatTheFileIsLookedAt(lock);
 
-  EXPECT_FALSE(sharedFileIsUnlocked("LmLock.Removed"));
+  EXPECT_TRUE(lock.lock());
+  ASSERT_TRUE(std::filesystem::exists(sharedPath("LmLock.Removed")));
+  EXPECT_FALSE(lockFileIsFree("LmLock.Removed"));
+  EXPECT_TRUE(lock.unlock());
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(ALockFile, RemovedWhileItIsWaitedForIsLeftByWhoWaits) {
+  const LmSharedSyncObject lock("RemovedWaited");
+  lock.lock();
+  const SharedValue<std::atomic<bool>> ready;
+  ChildProcess waiter([&ready] {
+    ready->store(true);
+    return lockOnce("RemovedWaited");
+  });
+  ASSERT_TRUE(eventually([&] { return ready->load(); }));
+
+  std::filesystem::remove(sharedPath("LmLock.RemovedWaited"));
+
+  EXPECT_EQ(0, waiter.wait());
   EXPECT_TRUE(lock.unlock());
 }
 
@@ -464,7 +697,7 @@ TEST(ALockWhoseFileCannotBeOpened, TriesItAgainEachTime) {
   std::filesystem::remove(sharedPath("LmLock.Later"));
 
   EXPECT_TRUE(lock.lock());
-  EXPECT_FALSE(sharedFileIsUnlocked("LmLock.Later"));
+  EXPECT_FALSE(lockFileIsFree("LmLock.Later"));
   EXPECT_TRUE(lock.unlock());
 }
 

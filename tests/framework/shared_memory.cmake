@@ -4,6 +4,15 @@ lm_add_tests(shared_memory_tests
   SOURCES
     LmSharedMemNotifierTest.cpp
     LmSharedSyncObjectTest.cpp
+    LockFileTest.cpp
+    LockWordTest.cpp
+    NamedLockTest.cpp
     NotifierRingTest.cpp
     SharedFileTest.cpp
+  LIBRARIES LmFrameworkObjects)
+
+# Signals belong to the process, and the first mapping of a lock's file changes what SIGBUS does: each case needs a
+# process in which that has not happened yet, so no other tests are in this program.
+lm_add_tests(lock_page_tests
+  SOURCES LockPageTest.cpp
   LIBRARIES LmFrameworkObjects)

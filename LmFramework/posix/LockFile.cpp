@@ -1,0 +1,230 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "LmFramework/posix/LockFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "LmFramework/posix/Futex.h"
+
+namespace {
+
+// How often the file may be removed between being opened and being looked at before that counts as a failure.
+constexpr int MAX_ATTEMPTS = 100;
+
+constexpr bool wordsAreFarApart() {
+  for (unsigned one = 0; one <= LockWord::SLOTS; ++one) {
+    for (unsigned other = 0; other < one; ++other) {
+      const std::uint32_t different = LockWord::heldBy(one) ^ LockWord::heldBy(other);
+      for (unsigned shift = 0; shift < 32; shift += 8) {
+        // W may be set in one and not in the other.
+        if ((different >> shift & (shift == 24 ? 0x7FU : 0xFFU)) == 0) {
+          return false;
+        }
+      }
+    }
+  }
+  return true;
+}
+static_assert(wordsAreFarApart() && LockWord::heldBy(0) == LockWord::FREE);
+
+}  // namespace
+
+LockFile::LockFile(const std::string& name) : mFile(name) {}
+
+LockFile::~LockFile() { close(); }
+
+void LockFile::close() {
+  mPage.unmap();
+  mFile.close();
+  mSlot = 0;
+}
+
+LockFile::Header LockFile::headerOf(const LockFilePage& page) {
+  if (hasIntactHeader(page)) {
+    return Header::INTACT;
+  }
+  const std::uint32_t magic = page.magic.load(std::memory_order_relaxed);
+  const std::uint32_t version = page.version.load(std::memory_order_relaxed);
+  const std::uint32_t fileSize = page.fileSize.load(std::memory_order_relaxed);
+  const bool isWhole = page.checksum.load(std::memory_order_relaxed) == checksumOf(magic, version, fileSize);
+  return magic == MAGIC && isWhole ? Header::OTHER_VERSION : Header::GARBAGE;
+}
+
+// All write the same, so several may do so at once. The word is not touched: it may be somebody's.
+void LockFile::repairHeader(LockFilePage& page) {
+  page.magic.store(MAGIC, std::memory_order_relaxed);
+  page.version.store(VERSION, std::memory_order_relaxed);
+  page.fileSize.store(FILE_SIZE, std::memory_order_relaxed);
+  page.checksum.store(checksumOf(MAGIC, VERSION, FILE_SIZE), std::memory_order_relaxed);
+}
+
+int LockFile::open(bool& repaired) {
+  const int error = openIntact(repaired);
+  return error != 0 || mSlot != 0 ? error : takeSlot();
+}
+
+int LockFile::openIntact(bool& repaired) {
+  const bool wasLost = mPage.isLost();
+  if (wasLost) {
+    mPage.unmap();
+  }
+  // A forked child has neither file nor page, whatever its parent was about to do. Whoever damages the header may have
+  // cut the file as well.
+  const bool isOpen = mPage.get() != nullptr && mFile.isOpen();
+  if (mUsesLeft == 0 || !isOpen || !hasIntactHeader(*mPage.get())) {
+    const int error = openFile(wasLost, repaired);
+    if (error != 0) {
+      return error;
+    }
+  }
+  LockFilePage& page = *mPage.get();
+  switch (headerOf(page)) {
+    case Header::INTACT:
+      return 0;
+    case Header::OTHER_VERSION:
+      return EPROTONOSUPPORT;
+    case Header::GARBAGE:
+      break;
+  }
+  repairHeader(page);
+  repaired = true;
+  return 0;
+}
+
+int LockFile::openFile(bool wasLost, bool& repaired) {
+  std::uint64_t size = 0;
+  int error = openCurrent(size);
+  if (error == 0 && (wasLost || size < FILE_SIZE)) {
+    repaired = true;
+    // Not only the length: touching a page that is not there kills where there is no memory left for it.
+    error = fallocate(mFile.descriptor(), 0, 0, FILE_SIZE) == 0 ? 0 : errno;
+  }
+  if (error == 0 && mPage.get() == nullptr) {
+    error = mPage.map(mFile.descriptor());
+  }
+  if (error == 0) {
+    mUsesLeft = USES;
+  }
+  return error;
+}
+
+int LockFile::openCurrent(std::uint64_t& size) {
+  // The word is not among the contents: where the file has its name before them, somebody may hold the lock already.
+  const std::uint32_t contents[] = {MAGIC, VERSION, FILE_SIZE, checksumOf(MAGIC, VERSION, FILE_SIZE)};
+  for (int attempt = 0; attempt < MAX_ATTEMPTS; ++attempt) {
+    struct stat status = {};
+    if (mFile.isOpen() && fstat(mFile.descriptor(), &status) == 0 && status.st_nlink != 0) {
+      size = static_cast<std::uint64_t>(status.st_size);
+      return 0;
+    }
+    close();
+    const int error = mFile.open({contents, sizeof contents, FILE_SIZE});
+    if (error != 0) {
+      return error;
+    }
+  }
+  return ESTALE;
+}
+
+// When the word names the slot that is got here, its former user died holding the lock. Nobody else can find that out
+// any more: attempt() has to.
+int LockFile::takeSlot() {
+  for (unsigned slot = 1; slot <= LockWord::SLOTS; ++slot) {
+    const int error = lockByte(slot);
+    if (error == 0) {
+      mSlot = slot;
+      mMine = LockWord::heldBy(slot);
+      mProcess = static_cast<std::uint32_t>(getpid());
+      return 0;
+    }
+    if (error != EAGAIN && error != EACCES) {
+      return error;
+    }
+  }
+  return EUSERS;
+}
+
+LockFile::Attempt LockFile::attempt(bool hasWaited, std::uint32_t& holder) {
+  LockFilePage& page = *mPage.get();
+  mSeen = page.word.load(std::memory_order_relaxed);
+  if (mSeen == LockWord::FREE) {
+    return replace(page, mSeen, hasWaited ? mMine | LockWord::WAITERS : mMine) ? Attempt::TAKEN : Attempt::CHANGED;
+  }
+  const std::uint32_t mineAndAwaited = mMine | LockWord::WAITERS;  // those that sleep cannot be told from here
+  if (!LockWord::isHeld(mSeen)) {
+    return replace(page, mSeen, mineAndAwaited) ? Attempt::TAKEN_FROM_GARBAGE : Attempt::CHANGED;
+  }
+  const unsigned slot = LockWord::slotOf(mSeen);
+  holder = page.processes[slot].load(std::memory_order_relaxed);
+  if (slot == mSlot) {
+    return replace(page, mSeen, mineAndAwaited) ? Attempt::TAKEN_FROM_THE_DEAD : Attempt::CHANGED;
+  }
+  if (lockByte(slot) != 0) {
+    return Attempt::HELD;
+  }
+  const bool taken = replace(page, mSeen, mineAndAwaited);
+  unlockByte(slot);
+  return taken ? Attempt::TAKEN_FROM_THE_DEAD : Attempt::CHANGED;
+}
+
+void LockFile::wait(std::chrono::milliseconds timeout) {
+  LockFilePage& page = *mPage.get();
+  const std::uint32_t awaited = mSeen | LockWord::WAITERS;
+  if (mSeen != awaited && !page.word.compare_exchange_strong(mSeen, awaited, std::memory_order_relaxed)) {
+    return;
+  }
+  const int result = SharedFutex::wait(page.word, awaited, timeout);
+  if (result != 0 && result != EAGAIN) {
+    mUsesLeft = 0;  // the file may have been removed, or cut short
+  }
+}
+
+bool LockFile::give() {
+  for (;;) {
+    LockFilePage* page = mPage.get();
+    std::uint32_t seen = page->word.load(std::memory_order_relaxed);
+    if ((seen & ~LockWord::WAITERS) == mMine && !mPage.isLost()) {
+      if (page->word.compare_exchange_strong(seen, LockWord::FREE, std::memory_order_release,
+                                             std::memory_order_relaxed)) {
+        SharedFutex::wake(page->word, 1);
+        return true;
+      }
+      continue;
+    }
+    // Not open(): a slot that the word names may only be taken by somebody who goes on to take the lock.
+    bool repaired = false;
+    mUsesLeft = 0;
+    if (openIntact(repaired) != 0) {
+      return false;  // the next to lock finds the same, and says so
+    }
+    page = mPage.get();
+    seen = page->word.load(std::memory_order_relaxed);
+    if (seen != LockWord::FREE && !LockWord::isHeld(seen) &&
+        page->word.compare_exchange_strong(seen, LockWord::FREE, std::memory_order_release,
+                                           std::memory_order_relaxed)) {
+      SharedFutex::wakeAll(page->word);
+    }
+    return false;
+  }
+}
+
+int LockFile::lockByte(unsigned slot) const {
+  struct flock range = {};
+  range.l_type = F_WRLCK;
+  range.l_whence = SEEK_SET;
+  range.l_start = static_cast<off_t>(slot);
+  range.l_len = 1;
+  return fcntl(mFile.descriptor(), F_OFD_SETLK, &range) == 0 ? 0 : errno;
+}
+
+void LockFile::unlockByte(unsigned slot) const {
+  struct flock range = {};
+  range.l_type = F_UNLCK;
+  range.l_whence = SEEK_SET;
+  range.l_start = static_cast<off_t>(slot);
+  range.l_len = 1;
+  static_cast<void>(fcntl(mFile.descriptor(), F_OFD_SETLK, &range));  // there is no way for this to fail
+}
