@@ -1,0 +1,260 @@
+// SPDX-License-Identifier: Apache-2.0
+// Processes lock and give back in a loop and are killed at any instruction; the one that is left must get the lock, and
+// must be told when what it guards may be half written.
+#include <signal.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "LmFramework/SharedMemory/LmSharedSyncObject.h"
+#include "framework/SharedMemoryTesting.h"
+#include "trust/Campaign.h"
+#include "trust/LockWorkers.h"
+#include "trust/SharedFindings.h"
+
+namespace {
+
+constexpr unsigned GROUPS = 6;  // most of a handover is sleep, so several locks share the machine
+constexpr unsigned SEATS = 2;   // one to be killed and one to go on
+constexpr std::int64_t WATCHDOG_NS = 8'000'000'000;
+constexpr std::int64_t MAX_LIFE_NS = 3'000'000;
+constexpr unsigned MAX_FINDINGS = 20;
+
+/// What a group's workers and the one that kills them have in common.
+struct Group {
+  // Guarded by the group's lock.
+  std::atomic<std::uint32_t> occupant{0};  // the worker inside, 0: none
+  std::atomic<std::uint32_t> first{0};     // equal to the second one but inside
+  std::atomic<std::uint32_t> second{0};
+
+  // Written by who kills, before.
+  std::atomic<std::uint32_t> lastKilled{0};
+  std::atomic<std::int64_t> killedAtNs{0};
+
+  // Written by the workers.
+  std::atomic<std::uint32_t> holds[SEATS] = {};
+  std::atomic<std::uint32_t> handovers{0};
+  std::atomic<std::int64_t> longestNs{0};
+};
+
+struct Groups {
+  Group groups[GROUPS];
+};
+
+class Worker {
+ public:
+  Worker(Group& group, std::uint32_t serial, unsigned seat, const std::string& name, const SharedFindings& findings)
+      : mGroup(group), mSerial(serial), mSeat(seat), mName(name), mFindings(findings), mRandom(serial) {}
+
+  void run() {
+    const LmSharedSyncObject lock(mName.c_str());
+    for (;;) {
+      const unsigned deathsBefore = mLog.deaths();
+      if (!lock.lock()) {
+        complain("other processes are not excluded: " + mLog.other());
+      }
+      beInside(mLog.deaths() != deathsBefore);
+      if (!lock.unlock()) {
+        complain("what was held could not be given back");
+      }
+      ++mGroup.holds[mSeat];
+      if (mLog.garbage() != 0 || !mLog.other().empty()) {
+        complain("a line without a reason: " + mLog.other());
+        return;
+      }
+      dawdle(mRandom, 300);
+    }
+  }
+
+ private:
+  void beInside(bool toldOfADeath) {
+    const std::uint32_t former = mGroup.occupant.exchange(mSerial);
+    if (former != 0 && former != mGroup.lastKilled) {
+      complain("worker " + std::to_string(former) + " was inside and has not been killed");
+    } else if (former != 0 && !toldOfADeath) {
+      complain("worker " + std::to_string(former) + " died inside, and the log does not say so");
+    }
+    if (toldOfADeath) {
+      tookOver();
+    }
+    if (mGroup.first != mGroup.second) {
+      if (!toldOfADeath) {
+        complain("half written, and the log does not say so");
+      }
+      mGroup.second = mGroup.first.load();
+    }
+    ++mGroup.first;
+    if (mRandom() % 16 == 0) {
+      pauseFor(std::chrono::microseconds(20));
+    } else {
+      dawdle(mRandom, 600);
+    }
+    ++mGroup.second;
+    if (mGroup.occupant.exchange(0) != mSerial) {
+      complain("somebody else came in");
+    }
+  }
+
+  void tookOver() {
+    const std::int64_t took = monotonicNs() - mGroup.killedAtNs;
+    ++mGroup.handovers;
+    if (took > mGroup.longestNs) {
+      mGroup.longestNs = took;
+    }
+  }
+
+  void complain(const std::string& text) { mFindings.add(mName + ", worker " + std::to_string(mSerial) + ": " + text); }
+
+  Group& mGroup;
+  const std::uint32_t mSerial;
+  const unsigned mSeat;
+  const std::string mName;
+  const SharedFindings& mFindings;
+  std::minstd_rand mRandom;
+  CountedLog mLog;
+};
+
+/// One lock, its workers, and what comes next for them.
+class Arena {
+ public:
+  Arena(unsigned number, Group& group, const SharedFindings& findings, Campaign& campaign)
+      : mName("Kills" + std::to_string(number)), mGroup(group), mFindings(findings), mCampaign(campaign) {
+    for (unsigned seat = 0; seat < SEATS; ++seat) {
+      start(seat);
+    }
+  }
+
+  ~Arena() {
+    for (unsigned seat = 0; seat < SEATS; ++seat) {
+      if (mPids[seat] != 0) {
+        killAndReap(mPids[seat]);
+      }
+    }
+  }
+
+  Arena(const Arena&) = delete;
+  Arena& operator=(const Arena&) = delete;
+
+  /// Kills one when its time has come, or starts another one when the one that is left has had the lock.
+  /// @return whether there was anything to do
+  bool step(std::mt19937& random) {
+    const std::int64_t now = monotonicNs();
+    if (mIsAwaited) {
+      if (mGroup.holds[1 - mVictim] != mHoldsBefore) {
+        mIsAwaited = false;
+        start(mVictim);
+        mNextKillNs = now + static_cast<std::int64_t>(random() % MAX_LIFE_NS);
+        return true;
+      }
+      if (now > mKilledNs + WATCHDOG_NS) {
+        mIsHung = true;
+        mCampaign.hang(mName + ": nobody got the lock after a kill");
+      }
+      return false;
+    }
+    if (now < mNextKillNs) {
+      return false;
+    }
+    kill(random() % SEATS);
+    return true;
+  }
+
+  bool isHung() const { return mIsHung; }
+  std::uint64_t kills() const { return mKills; }
+
+ private:
+  void start(unsigned seat) {
+    const std::uint32_t serial = ++sSerial;
+    mSerials[seat] = serial;
+    mPids[seat] = forkWorker([&] { Worker(mGroup, serial, seat, mName, mFindings).run(); });
+  }
+
+  void kill(unsigned seat) {
+    mVictim = seat;
+    mGroup.lastKilled = mSerials[seat];
+    mKilledNs = monotonicNs();
+    mGroup.killedAtNs = mKilledNs;
+    ::kill(mPids[seat], SIGKILL);
+    const int status = reap(mPids[seat]);
+    mPids[seat] = 0;
+    if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGKILL) {
+      mCampaign.crash(mName + ": a worker ended by itself, status " + std::to_string(status));
+    }
+    mHoldsBefore = mGroup.holds[1 - seat];
+    mIsAwaited = true;
+    ++mKills;
+    mCampaign.tried();
+  }
+
+  static std::uint32_t sSerial;
+
+  const std::string mName;
+  Group& mGroup;
+  const SharedFindings& mFindings;
+  Campaign& mCampaign;
+  pid_t mPids[SEATS] = {};
+  std::uint32_t mSerials[SEATS] = {};
+  unsigned mVictim = 0;
+  std::uint32_t mHoldsBefore = 0;
+  std::uint64_t mKills = 0;
+  bool mIsAwaited = false;
+  bool mIsHung = false;
+  std::int64_t mKilledNs = 0;
+  std::int64_t mNextKillNs = 0;
+};
+
+std::uint32_t Arena::sSerial = 0;
+
+std::string noteOf(const Groups& groups) {
+  std::uint32_t handovers = 0;
+  std::int64_t longestNs = 0;
+  for (const Group& group : groups.groups) {
+    handovers += group.handovers;
+    longestNs = std::max(longestNs, group.longestNs.load());
+  }
+  char note[100];
+  std::snprintf(note, sizeof note, "%u killed while holding, longest handover %.1f ms", handovers,
+                static_cast<double>(longestNs) / 1e6);
+  return note;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Campaign campaign("lock-kills", "processes killed", argc, argv);
+  SharedFindings findings;
+  const SharedValue<Groups> groups;
+  std::mt19937 random(static_cast<std::mt19937::result_type>(campaign.seed()));
+  {
+    std::vector<std::unique_ptr<Arena>> arenas;
+    for (unsigned number = 0; number < GROUPS; ++number) {
+      arenas.push_back(std::make_unique<Arena>(number, groups->groups[number], findings, campaign));
+    }
+    std::uint64_t kills = 0;
+    for (bool goesOn = true; goesOn && kills < campaign.count();) {
+      bool idle = true;
+      kills = 0;
+      for (auto& arena : arenas) {
+        idle = !arena->step(random) && idle;
+        goesOn = goesOn && !arena->isHung();
+        kills += arena->kills();
+      }
+      goesOn = goesOn && findings.count() < MAX_FINDINGS;
+      if (idle) {
+        pauseFor(std::chrono::microseconds(100));
+      }
+    }
+  }
+  findings.tell(campaign);
+  campaign.note(noteOf(*groups));
+  return campaign.finish();
+}
