@@ -33,7 +33,7 @@ constexpr std::size_t WORD = offsetof(LockFilePage, word);
 constexpr unsigned WORKERS = 4;
 // They have a slot each, and do not lock: a word that names one of them would never be given back.
 constexpr unsigned SLEEPERS = 40;
-constexpr std::int64_t WATCHDOG_NS = 8'000'000'000;
+constexpr std::int64_t WATCHDOG_NS = 4'000'000'000;
 constexpr unsigned ALL_MUST_LOCK_EVERY = 100;
 constexpr unsigned MAX_FINDINGS = 20;
 // How many random words are tried on the check beside each page that is written, and how often they should pass for a

@@ -25,7 +25,7 @@ namespace {
 
 constexpr unsigned GROUPS = 6;  // most of a handover is sleep, so several locks share the machine
 constexpr unsigned SEATS = 2;   // one to be killed and one to go on
-constexpr std::int64_t WATCHDOG_NS = 8'000'000'000;
+constexpr std::int64_t WATCHDOG_NS = 4'000'000'000;
 constexpr std::int64_t MAX_LIFE_NS = 3'000'000;
 constexpr unsigned MAX_FINDINGS = 20;
 
