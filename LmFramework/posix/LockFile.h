@@ -85,8 +85,9 @@ class LockFile : private LmUncopyable {
   bool tryGive() {
     LockFilePage* page = mPage.get();
     std::uint32_t expected = mMine;
-    return page != nullptr && page->word.compare_exchange_strong(expected, LockWord::FREE, std::memory_order_release,
-                                                                 std::memory_order_relaxed);
+    return page != nullptr && page->word.load(std::memory_order_relaxed) == mMine &&
+           page->word.compare_exchange_strong(expected, LockWord::FREE, std::memory_order_release,
+                                              std::memory_order_relaxed);
   }
 
   /// Opens the file and gets a slot, unless that has been done; makes or replaces a file that was removed, and repairs

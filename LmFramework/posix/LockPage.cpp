@@ -3,6 +3,7 @@
 
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +13,13 @@
 #include "LmFramework/posix/LockFile.h"
 
 namespace {
+
+// The call itself: what wraps it, such as a sanitizer's bookkeeping, may be what the signal has just interrupted.
+#ifdef SYS_mmap2
+constexpr long MMAP = SYS_mmap2;
+#else
+constexpr long MMAP = SYS_mmap;
+#endif
 
 std::mutex gMutex;
 bool gHandlesBusErrors = false;
@@ -41,8 +49,8 @@ struct LockPageSignals {
       const auto start = reinterpret_cast<std::uintptr_t>(page);
       if (page != nullptr && address >= start && address - start < gPageSize) {
         entry->isLost.store(true, std::memory_order_relaxed);
-        return mmap(page, gPageSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) !=
-               MAP_FAILED;
+        return syscall(MMAP, page, gPageSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1,
+                       0L) != -1;
       }
     }
     return false;

@@ -21,7 +21,6 @@
 namespace {
 
 constexpr char FILE_NAME[] = "LmLock.Page";
-constexpr std::size_t WORD = 16;
 constexpr std::size_t WORD_END = 20;
 constexpr std::size_t PROCESSES_END = sizeof(LockFilePage);
 constexpr std::uint8_t WAITERS = 0x80;  // in the word's last byte
