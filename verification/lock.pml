@@ -8,7 +8,8 @@
  *   - two that are inside exclude each other, unless garbage hit the hold of the one that was there before;
  *   - whoever gets the lock after a death inside knows it;
  *   - whoever wants the lock is not kept waiting for ever by the dead, nor by garbage;
- *   - with WAKES_ONLY: nobody is left asleep, without deaths and without the timeout that covers them.
+ *   - with WAKES_ONLY: nobody is left asleep by those that have had enough of the lock, without deaths and without the
+ *     timeout that covers them.
  *
  * LEAVE_OUT_... leaves out one step; the check has to fail then.
  */
@@ -20,7 +21,9 @@
 #define GARBAGES 0
 #endif
 
+#ifndef SLOTS
 #define SLOTS 3               /* of 127 */
+#endif
 
 #define FREE 0
 #define GARBAGE 15            /* what no process ever writes */
@@ -84,12 +87,21 @@ start:
   :: atomic { lockedBy[1] == 0 -> slot = 1; lockedBy[slot] = me + 1 }
   :: atomic { lockedBy[2] == 0 -> slot = 2; lockedBy[slot] = me + 1 }
   :: atomic { lockedBy[3] == 0 -> slot = 3; lockedBy[slot] = me + 1 }
+#if SLOTS == 4
+  :: atomic { lockedBy[4] == 0 -> slot = 4; lockedBy[slot] = me + 1 }
+#endif
   fi;
 #ifdef LEAVE_OUT_THE_SLOTS_LOCK
   lockedBy[slot] = 0;
 #endif
 
 want:
+#ifdef WAKES_ONLY
+  if
+  :: skip
+  :: goto done
+  fi;
+#endif
   if
   :: atomic { word == FREE -> word = slot; enterUnwarned(); goto progress_inside }
   :: atomic { word != FREE -> skip }
@@ -251,7 +263,10 @@ dead:
     hasWaited = false
   }
 progress_dead:
-  goto start
+  goto start;
+
+done:
+  skip
 }
 
 #if GARBAGES > 0
