@@ -53,6 +53,13 @@ LockFile::Header LockFile::headerOf(const LockFilePage& page) {
   return magic == MAGIC && isWhole ? Header::OTHER_VERSION : Header::GARBAGE;
 }
 
+// As somebody leaves it who makes the file for others, or dies while he makes it.
+bool LockFile::isEmpty(const LockFilePage& page) {
+  return page.magic.load(std::memory_order_relaxed) == 0 && page.version.load(std::memory_order_relaxed) == 0 &&
+         page.fileSize.load(std::memory_order_relaxed) == 0 && page.checksum.load(std::memory_order_relaxed) == 0 &&
+         page.word.load(std::memory_order_relaxed) == LockWord::FREE;
+}
+
 // All write the same, so several may do so at once. The word is not touched: it may be somebody's.
 void LockFile::repairHeader(LockFilePage& page) {
   page.magic.store(MAGIC, std::memory_order_relaxed);
@@ -83,14 +90,16 @@ int LockFile::openIntact(bool& repaired) {
   LockFilePage& page = *mPage.get();
   switch (headerOf(page)) {
     case Header::INTACT:
+      mIsJustOpened = false;
       return 0;
     case Header::OTHER_VERSION:
       return EPROTONOSUPPORT;
     case Header::GARBAGE:
       break;
   }
+  repaired = repaired || !mIsJustOpened || !isEmpty(page);
   repairHeader(page);
-  repaired = true;
+  mIsJustOpened = false;
   return 0;
 }
 
@@ -98,7 +107,7 @@ int LockFile::openFile(bool wasLost, bool& repaired) {
   std::uint64_t size = 0;
   int error = openCurrent(size);
   if (error == 0 && (wasLost || size < FILE_SIZE)) {
-    repaired = true;
+    repaired = repaired || size != 0 || !mIsJustOpened;
     // Not only the length: touching a page that is not there kills where there is no memory left for it.
     error = fallocate(mFile.descriptor(), 0, 0, FILE_SIZE) == 0 ? 0 : errno;
   }
@@ -125,6 +134,7 @@ int LockFile::openCurrent(std::uint64_t& size) {
     if (error != 0) {
       return error;
     }
+    mIsJustOpened = true;
   }
   return ESTALE;
 }

@@ -91,7 +91,7 @@ class LockFile : private LmUncopyable {
   }
 
   /// Opens the file and gets a slot, unless that has been done; makes or replaces a file that was removed, and repairs
-  /// what is not intact but for the word.
+  /// what is not intact but for the word. An empty file that is found at opening is a new one, not a damaged one.
   /// @param repaired  set when something was repaired; else untouched
   /// @return 0, when attempt() has to be called, or an error number: EUSERS when all slots are taken, EPROTONOSUPPORT
   /// when
@@ -139,6 +139,7 @@ class LockFile : private LmUncopyable {
            page.checksum.load(std::memory_order_relaxed) == CHECKSUM;
   }
   static Header headerOf(const LockFilePage& page);
+  static bool isEmpty(const LockFilePage& page);
   static void repairHeader(LockFilePage& page);
 
   // The lock goes to this process if the word is still `expected`. Not so when the file was just cut off under it: then
@@ -163,6 +164,7 @@ class LockFile : private LmUncopyable {
 
   SharedFile mFile;
   LockPage mPage;
+  bool mIsJustOpened = false;  // and not looked at yet
   unsigned mUsesLeft = 0;
   unsigned mSlot = 0;  // 0: none
   std::uint32_t mMine = LockWord::FREE;

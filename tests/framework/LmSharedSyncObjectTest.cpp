@@ -561,6 +561,16 @@ TEST_P(ALockFileThatWasCut, WhileTheLockWasHeldIsRepairedWithOneLogLine) {
 INSTANTIATE_TEST_SUITE_P(To, ALockFileThatWasCut, testing::Values(0, 1, 4, 15, 16, 17, 19, 20, 64, 100, 4095),
                          testing::PrintToStringParamName());
 
+TEST(ALockFile, MadeEmptyForOthersIsUsedWithoutALogLine) {
+  std::ofstream(sharedPath("LmLock.Empty"), std::ios::binary).flush();
+  const LogCapture log;
+
+  EXPECT_EQ(0, lockOnce("Empty"));
+
+  EXPECT_EQ(LOCK_FILE_SIZE, std::filesystem::file_size(sharedPath("LmLock.Empty")));
+  EXPECT_TRUE(log.lines().empty());
+}
+
 TEST(ALockFile, FullOfGarbageIsRepairedWithOneLogLine) {
   const LmSharedSyncObject lock("Garbage");
   const LogCapture log;
