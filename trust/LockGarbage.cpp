@@ -66,9 +66,9 @@ void work(Shared& shared, unsigned number, const SharedFindings& findings) {
       findings.add("other processes are not excluded: " + log.other());
     }
     const std::uint64_t former = shared.inside.exchange(entryOf(number, epoch));
-    // No garbage has been written since the other one began to lock, so nothing can have happened to its hold.
-    if (former != 0 && (former >> 32) % 2 == 0 && former >> 32 == shared.epoch) {
-      findings.add("two are inside at once, and no garbage has come since the first one began to lock");
+    // No garbage has been written since both began to lock, so nothing can have happened to either hold.
+    if (former != 0 && epoch % 2 == 0 && former >> 32 == epoch && shared.epoch == epoch) {
+      findings.add("two are inside at once, and no garbage has come since they began to lock");
     }
     if (random() % 16 == 0) {
       pauseFor(std::chrono::microseconds(20));
