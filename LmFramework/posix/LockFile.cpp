@@ -8,6 +8,7 @@
 #include <cerrno>
 
 #include "LmFramework/posix/Futex.h"
+#include "LmFramework/posix/SystemCall.h"
 
 namespace {
 
@@ -50,14 +51,20 @@ LockFile::Header LockFile::headerOf(const LockFilePage& page) {
   const std::uint32_t version = page.version.load(std::memory_order_relaxed);
   const std::uint32_t fileSize = page.fileSize.load(std::memory_order_relaxed);
   const bool isWhole = page.checksum.load(std::memory_order_relaxed) == checksumOf(magic, version, fileSize);
-  return magic == MAGIC && isWhole ? Header::OTHER_VERSION : Header::GARBAGE;
+  const bool isOurs = version == VERSION && fileSize == FILE_SIZE;  // but for the seal
+  return magic == MAGIC && isWhole && !isOurs ? Header::OTHER_VERSION : Header::GARBAGE;
 }
 
-// As somebody leaves it who makes the file for others, or dies while he makes it.
-bool LockFile::isEmpty(const LockFilePage& page) {
-  return page.magic.load(std::memory_order_relaxed) == 0 && page.version.load(std::memory_order_relaxed) == 0 &&
-         page.fileSize.load(std::memory_order_relaxed) == 0 && page.checksum.load(std::memory_order_relaxed) == 0 &&
-         page.word.load(std::memory_order_relaxed) == LockWord::FREE;
+// As somebody leaves it who makes the file for others, or dies while he makes it, or is just writing the header: the
+// seal comes last.
+bool LockFile::isNew(const LockFilePage& page) {
+  const auto isNothingElseThan = [](const std::atomic<std::uint32_t>& field, std::uint32_t value) {
+    const std::uint32_t seen = field.load(std::memory_order_relaxed);
+    return seen == 0 || seen == value;
+  };
+  return page.seal.load(std::memory_order_relaxed) == 0 && isNothingElseThan(page.magic, MAGIC) &&
+         isNothingElseThan(page.version, VERSION) && isNothingElseThan(page.fileSize, FILE_SIZE) &&
+         isNothingElseThan(page.checksum, checksumOf(MAGIC, VERSION, FILE_SIZE));
 }
 
 // All write the same, so several may do so at once. The word is not touched: it may be somebody's.
@@ -66,6 +73,7 @@ void LockFile::repairHeader(LockFilePage& page) {
   page.version.store(VERSION, std::memory_order_relaxed);
   page.fileSize.store(FILE_SIZE, std::memory_order_relaxed);
   page.checksum.store(checksumOf(MAGIC, VERSION, FILE_SIZE), std::memory_order_relaxed);
+  page.seal.store(~checksumOf(MAGIC, VERSION, FILE_SIZE), std::memory_order_release);
 }
 
 int LockFile::open(bool& repaired) {
@@ -97,7 +105,7 @@ int LockFile::openIntact(bool& repaired) {
     case Header::GARBAGE:
       break;
   }
-  repaired = repaired || !mIsJustOpened || !isEmpty(page);
+  repaired = repaired || !mIsJustOpened || !isNew(page);
   repairHeader(page);
   mIsJustOpened = false;
   return 0;
@@ -109,7 +117,7 @@ int LockFile::openFile(bool wasLost, bool& repaired) {
   if (error == 0 && (wasLost || size < FILE_SIZE)) {
     repaired = repaired || size != 0 || !mIsJustOpened;
     // Not only the length: touching a page that is not there kills where there is no memory left for it.
-    error = fallocate(mFile.descriptor(), 0, 0, FILE_SIZE) == 0 ? 0 : errno;
+    error = retryInterrupted([this] { return fallocate(mFile.descriptor(), 0, 0, FILE_SIZE); }) == 0 ? 0 : errno;
   }
   if (error == 0 && mPage.get() == nullptr) {
     error = mPage.map(mFile.descriptor());

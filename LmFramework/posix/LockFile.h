@@ -22,7 +22,11 @@
 //          8     4  size of the file, 4096
 //         12     4  checksum of the bytes 0 to 11 (FNV-1a)
 //         16     4  the word: who holds the lock (LockWord.h); the futex
-//         20    44  zero
+//         20     4  seal: all bits of the checksum inverted. Behind the word, so that a file that is cut off before or
+//         in
+//                   the word is not intact: lengthening it, which makes zeros of what is behind its end, has to come
+//                   before taking it
+//         24    40  zero
 //         64   512  ids of the processes in the slots 0 to 127, for people only; slot 0 is nobody's
 //        576  3520  zero
 //
@@ -38,7 +42,8 @@ struct LockFilePage {
   std::atomic<std::uint32_t> fileSize;
   std::atomic<std::uint32_t> checksum;
   std::atomic<std::uint32_t> word;
-  std::uint32_t reserved[11];
+  std::atomic<std::uint32_t> seal;
+  std::uint32_t reserved[10];
   std::atomic<std::uint32_t> processes[LockWord::SLOTS + 1];
 };
 static_assert(sizeof(LockFilePage) == 576 && offsetof(LockFilePage, checksum) == 12 &&
@@ -136,10 +141,11 @@ class LockFile : private LmUncopyable {
     return page.magic.load(std::memory_order_relaxed) == MAGIC &&
            page.version.load(std::memory_order_relaxed) == VERSION &&
            page.fileSize.load(std::memory_order_relaxed) == FILE_SIZE &&
-           page.checksum.load(std::memory_order_relaxed) == CHECKSUM;
+           page.checksum.load(std::memory_order_relaxed) == CHECKSUM &&
+           page.seal.load(std::memory_order_relaxed) == ~CHECKSUM;
   }
   static Header headerOf(const LockFilePage& page);
-  static bool isEmpty(const LockFilePage& page);
+  static bool isNew(const LockFilePage& page);
   static void repairHeader(LockFilePage& page);
 
   // The lock goes to this process if the word is still `expected`. Not so when the file was just cut off under it: then

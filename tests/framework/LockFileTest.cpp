@@ -218,6 +218,21 @@ TEST_F(AnOpenLockFile, WhoseHeaderIsOverwrittenWhileItIsHeldStaysHeld) {
   EXPECT_EQ("LmLk", sharedContents(NAME).substr(0, 4));
 }
 
+// Lengthening a file makes zeros of what was written behind its end: had the word been taken there, it would be lost.
+TEST_F(AnOpenLockFile, CutOffBeforeOrInItsWordIsNotTakenBeforeItIsLengthened) {
+  for (const unsigned size : {16U, 17U, 18U, 19U, 20U, 23U}) {
+    std::filesystem::resize_file(sharedPath(NAME), size);
+
+    ASSERT_FALSE(mine.tryTake()) << size;
+
+    bool repaired = false;
+    ASSERT_EQ(0, mine.open(repaired));
+    ASSERT_TRUE(repaired) << size;
+    ASSERT_EQ(LockFile::FILE_SIZE, sharedContents(NAME).size());
+    ASSERT_TRUE(mine.tryTake() && mine.tryGive()) << size;
+  }
+}
+
 TEST_F(AnOpenLockFile, CutToNothingJustBeforeItIsTakenIsNotTaken) {
   std::filesystem::resize_file(sharedPath(NAME), 0);
 
