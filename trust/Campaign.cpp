@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr unsigned MAX_COMPLAINTS = 10;
+constexpr unsigned MAX_PRINTED = 10;
 
 std::int64_t timeNs() {
   return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
@@ -74,7 +74,7 @@ void Campaign::crash(const std::string& text) {
 }
 
 void Campaign::complain(const char* kind, const std::string& text) {
-  if (mComplaints++ < MAX_COMPLAINTS) {
+  if (mComplaints++ < MAX_PRINTED) {
     std::fprintf(stderr, "%s: %s: %s\n", mName, kind, text.c_str());
   }
 }

@@ -46,6 +46,9 @@ class Campaign {
 
   bool isClean() const { return mViolations == 0 && mHangs == 0 && mCrashes == 0; }
 
+  /// Whether so much was found that going on would say no more.
+  bool hasEnough() const { return mComplaints >= ENOUGH; }
+
   /// Prints the closing line to standard output, fields separated by tabs:
   ///
   ///     TRUST  name  tried  unit  violations  hangs  crashes  seconds  note
@@ -54,6 +57,8 @@ class Campaign {
   int finish() const;
 
  private:
+  static constexpr unsigned ENOUGH = 20;
+
   void complain(const char* kind, const std::string& text);
 
   const char* const mName;

@@ -1,13 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 // Cuts the power in random saves: a table is replaced by another one, and states that the file system may then be in
-// are loaded. Some are where the next save begins.
+// are loaded, each once. Some are where the next save begins.
 #include "saved/SavedTable.h"
 
-#include <cinttypes>
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
+#include <optional>
 #include <random>
+#include <set>
 #include <string>
+#include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "saved/CrashStates.h"
@@ -21,85 +26,125 @@ namespace {
 
 namespace fs = std::filesystem;
 using saved_table::load;
-using saved_table::NAME;
 using saved_table::Table;
 using saved_table::told;
 
-constexpr unsigned STATES_OF_A_SAVE = 50;
-constexpr unsigned MAX_COMPLAINTS = 20;
+constexpr char FOLDER[] = "own";
+constexpr unsigned DRAWS_OF_A_SAVE = 100;
+constexpr unsigned MAX_FRUITLESS_SAVES = 1000;  // in a row; a few are, where the table stays as it was
+
+/// What is in the saved file; nothing where there is none.
+std::optional<std::string> savedBytes(const FolderTree& tree) {
+  const auto found = tree.find(std::string(FOLDER) + "/" + saved_table::NAME);
+  return found != tree.end() ? found->second : std::nullopt;
+}
+
+std::size_t fingerprint(const CrashStates::State& state) {
+  std::string text(state.returned ? "returned" : "");
+  for (const auto& [name, bytes] : state.tree) {
+    text += '\0' + name + '\0' + bytes.value_or("folder") + '\0';
+  }
+  return std::hash<std::string>()(text);
+}
+
+/// A table as a file's bytes and as what is loaded.
+struct Saved {
+  std::optional<std::string> bytes;
+  std::vector<std::string> table;
+
+  bool operator==(const Saved& other) const { return bytes == other.bytes && table == other.table; }
+};
 
 class PowerCuts {
  public:
   explicit PowerCuts(Campaign& campaign) : mCampaign(campaign), mRandom(campaign.seed()) {}
 
   void run() {
-    for (mState = {}; mCampaign.isClean() || mComplaints < MAX_COMPLAINTS;) {
-      if (mStates >= mCampaign.count()) {
+    unsigned fruitless = 0;
+    while (!isDone()) {
+      const std::size_t before = mSeen.size();
+      cutOneSave();
+      fruitless = mSeen.size() == before ? fruitless + 1 : 0;
+      if (fruitless > MAX_FRUITLESS_SAVES) {
+        mCampaign.violation("nothing is saved any more");
         break;
       }
-      cutOneSave();
       mState = saved_table::below(4, mRandom) == 0 ? mState : FolderTree{};
     }
-    mCampaign.note(std::to_string(mSaves) + " saves; old table " + std::to_string(mOld) + ", new " +
-                   std::to_string(mNew) + ", lost " + std::to_string(mForgotten) + ", neither " +
+    mCampaign.tried(mSeen.size());
+    mCampaign.note("no two the same; " + std::to_string(mSaves) + " saves; old table " + std::to_string(mOld) +
+                   ", new " + std::to_string(mNew) + ", lost " + std::to_string(mForgotten) + ", neither " +
                    std::to_string(mNeither));
   }
 
  private:
+  bool isDone() const { return mSeen.size() >= mCampaign.count() || mCampaign.hasEnough(); }
+
+  Saved saved() const { return {savedBytes(readTree(mScratch.path())), told(load(mScratch / FOLDER))}; }
+
   /// From mState on, and leaves one of the states there.
   void cutOneSave() {
-    const fs::path folder = mScratch / "own";
+    const fs::path folder = mScratch / FOLDER;
     buildTree(mScratch.path(), mState);
     if (mState.empty() && saved_table::below(8, mRandom) != 0) {
       saved_table::save(folder, saved_table::randomTable(mRandom));
     }
-    const std::vector<std::string> oldTable = told(load(folder));
+    const Saved before = saved();
     const Table table = saved_table::randomTable(mRandom);
     FolderHistory history;
     {
       FolderRecording recording(mScratch.path());
       saved_table::save(folder, table);
+      if (recording.history().steps.empty()) {
+        return;  // the table is the old one
+      }
       recording.returned();
       history = recording.history();
       if (!recording.isComplete()) {
-        complain("the recording is not complete");
+        mCampaign.violation("the recording is not complete");
         return;
       }
     }
-    const std::vector<std::string> newTable = saved_table::storedOf(table);
     ++mSaves;
-    for (unsigned i = 0; i < STATES_OF_A_SAVE && mStates < mCampaign.count(); ++i) {
-      const CrashStates::State state = CrashStates(history).any(mRandom);
-      mState = state.tree;
-      buildTree(mScratch.path(), mState);
-      judge(told(load(folder)), oldTable, newTable, state.returned);
-      mCampaign.tried();
-      ++mStates;
+    const Saved after = saved();
+    if (!after.bytes || after.table != saved_table::storedOf(table) ||
+        saved_table::meaningOf(*after.bytes) != after.table) {
+      mCampaign.violation("another table was saved");
     }
+    cutThePower(CrashStates(history), before, after);
     if (!mLog.lines().empty()) {
-      complain("logged: " + mLog.lines().front());
+      mCampaign.violation("logged: " + mLog.lines().front());
       mLog.clear();
     }
   }
 
-  void judge(const std::vector<std::string>& found, const std::vector<std::string>& oldTable,
-             const std::vector<std::string>& newTable, bool returned) {
-    if (found == newTable) {
-      ++mNew;
-    } else if (found != oldTable) {
-      ++mNeither;
-      complain("neither the old table nor the new one");
-    } else if (returned) {
-      ++mForgotten;
-      complain("the old table after the save had returned");
-    } else {
-      ++mOld;
+  void cutThePower(const CrashStates& states, const Saved& before, const Saved& after) {
+    std::set<std::pair<FolderTree, bool>> seen;  // in this save: the next one may be allowed other tables there
+    for (unsigned i = 0; i < DRAWS_OF_A_SAVE && !isDone(); ++i) {
+      const CrashStates::State state = states.any(mRandom);
+      if (!seen.emplace(state.tree, state.returned).second) {
+        continue;
+      }
+      mState = state.tree;
+      buildTree(mScratch.path(), mState);
+      judge({savedBytes(mState), told(load(mScratch / FOLDER))}, before, after, state.returned);
+      mSeen.insert(fingerprint(state));
     }
   }
 
-  void complain(const std::string& text) {
-    ++mComplaints;
-    mCampaign.violation(text);
+  /// The bytes too: those of an empty table are zeros, which is what a file that was cut is read as.
+  void judge(const Saved& found, const Saved& before, const Saved& after, bool returned) {
+    if (found == after) {
+      ++mNew;
+    } else if (!(found == before)) {
+      ++mNeither;
+      mCampaign.violation("neither the old table nor the new one");
+    } else if (returned) {
+      ++mForgotten;
+      mCampaign.violation("the old table after the save had returned");
+    } else {
+      ++mOld;
+    }
   }
 
   Campaign& mCampaign;
@@ -107,19 +152,18 @@ class PowerCuts {
   const SaveFolder mScratch;
   LogCapture mLog;
   FolderTree mState;
-  std::uint64_t mStates = 0;
+  std::unordered_set<std::size_t> mSeen;  // fingerprints, of all saves
   std::uint64_t mSaves = 0;
   std::uint64_t mOld = 0;
   std::uint64_t mNew = 0;
   std::uint64_t mForgotten = 0;
   std::uint64_t mNeither = 0;
-  unsigned mComplaints = 0;
 };
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  Campaign campaign("saved-table", "crash states loaded", argc, argv);
+  Campaign campaign("saved-table", "distinct crash states loaded", argc, argv);
   PowerCuts(campaign).run();
   return campaign.finish();
 }

@@ -2,6 +2,7 @@
 #include "saved/CrashStates.h"
 
 #include <algorithm>
+#include <limits>
 #include <set>
 #include <stdexcept>
 #include <utility>
@@ -12,7 +13,8 @@ using Kind = FolderHistory::Kind;
 using Step = FolderHistory::Step;
 
 constexpr std::size_t SECTOR = 512;
-constexpr std::size_t MAX_CHOICES = 12;  // 4,096 combinations
+constexpr std::size_t WHOLE = std::numeric_limits<std::size_t>::max();  // as a block: a write is one piece
+constexpr std::size_t MAX_CHOICES = 12;                                 // 4,096 combinations
 
 bool isAboutNames(const Step& step) {
   return step.kind == Kind::ENTER || step.kind == Kind::LEAVE || step.kind == Kind::MOVE;
@@ -31,10 +33,7 @@ void splitInto(const Step& step, std::size_t block, std::vector<Step>& pieces) {
   for (std::size_t done = 0; done < step.bytes.size();) {
     const std::size_t at = step.offset + done;
     const std::size_t size = std::min(block - at % block, step.bytes.size() - done);
-    Step piece = step;
-    piece.offset = at;
-    piece.bytes = step.bytes.substr(done, size);
-    pieces.push_back(std::move(piece));
+    pieces.push_back({Kind::WRITE, step.node, 0, "", 0, "", at, step.bytes.substr(done, size)});
     done += size;
   }
 }
@@ -63,6 +62,19 @@ std::string composed(const std::string& durable, const std::vector<Step>& pieces
 
 std::size_t below(std::size_t end, std::mt19937_64& random) {
   return std::uniform_int_distribution<std::size_t>(0, end - 1)(random);
+}
+
+/// The files that have a name; the others' bytes are nobody's.
+std::set<std::size_t> namedFilesOf(const std::vector<FolderHistory::Node>& nodes) {
+  std::set<std::size_t> files;
+  for (const FolderHistory::Node& folder : nodes) {
+    for (const auto& [name, node] : folder.entries) {
+      if (!nodes[node].isFolder) {
+        files.insert(node);
+      }
+    }
+  }
+  return files;
 }
 
 std::size_t combinationsOf(std::size_t choices) {
@@ -207,13 +219,31 @@ std::string CrashStates::anyVariant(std::size_t node, std::size_t count, std::mt
   return bytes;
 }
 
-CrashStates::State CrashStates::any(std::mt19937_64& random) const {
-  const std::size_t count = below(mHistory.steps.size() + 1, random);
-  Nodes nodes = nodesWith(count, [&](std::size_t) { return below(2, random) == 0; });
-  for (std::size_t node = 0; node < nodes.size(); ++node) {
-    if (!nodes[node].isFolder) {
-      nodes[node].bytes = anyVariant(node, count, random);
+/// Mostly while bytes are not durable, else while names are not, and now and then at any moment.
+std::size_t CrashStates::anyMoment(std::mt19937_64& random) const {
+  std::vector<std::size_t> openBytes;
+  std::vector<std::size_t> openNames;
+  for (std::size_t count = 0; count <= mHistory.steps.size(); ++count) {
+    bool isOpen = false;
+    for (std::size_t node = 0; node < mHistory.nodes.size() && !isOpen; ++node) {
+      isOpen = !pendingBytes(node, count, WHOLE).steps.empty();
     }
+    if (isOpen) {
+      openBytes.push_back(count);
+    } else if (!pendingNames(count).empty()) {
+      openNames.push_back(count);
+    }
+  }
+  const std::size_t dice = below(16, random);
+  const std::vector<std::size_t>& chosen = dice < 12 ? openBytes : openNames;
+  return dice == 15 || chosen.empty() ? below(mHistory.steps.size() + 1, random) : chosen[below(chosen.size(), random)];
+}
+
+CrashStates::State CrashStates::any(std::mt19937_64& random) const {
+  const std::size_t count = anyMoment(random);
+  Nodes nodes = nodesWith(count, [&](std::size_t) { return below(2, random) == 0; });
+  for (const std::size_t node : namedFilesOf(nodes)) {
+    nodes[node].bytes = anyVariant(node, count, random);
   }
   return {treeOf(nodes), hasReturned(count)};
 }

@@ -37,7 +37,8 @@ class CrashStates {
   /// @throw std::length_error for a history with too many of them
   void each(const std::function<void(const State&)>& visit) const;
 
-  /// Any state, with blocks of any size.
+  /// Any state, with blocks of any size. Mostly one of a moment when something was not durable yet: of the others there
+  /// are few.
   State any(std::mt19937_64& random) const;
 
  private:
@@ -54,6 +55,7 @@ class CrashStates {
   Pending pendingBytes(std::size_t node, std::size_t count, std::size_t block) const;
   Nodes nodesWith(std::size_t count, const std::function<bool(std::size_t)>& isKept) const;
   bool hasReturned(std::size_t count) const;
+  std::size_t anyMoment(std::mt19937_64& random) const;
   std::vector<std::string> variants(std::size_t node, std::size_t count) const;
   std::string anyVariant(std::size_t node, std::size_t count, std::mt19937_64& random) const;
 
