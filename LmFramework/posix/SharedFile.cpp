@@ -141,6 +141,8 @@ int SharedFile::open(const Contents& contents) {
     return EINVAL;
   }
   restoreMode(descriptor, status);
+  mDevice = status.st_dev;
+  mInode = status.st_ino;
   record(descriptor);
   return 0;
 }
@@ -171,6 +173,11 @@ void SharedFile::close() {
 bool SharedFile::isCurrent() const {
   struct stat status = {};
   return isOpen() && fstat(mDescriptor, &status) == 0 && status.st_nlink != 0;
+}
+
+bool SharedFile::hasItsName() const {
+  struct stat status = {};
+  return isOpen() && lstat(mPath.c_str(), &status) == 0 && status.st_dev == mDevice && status.st_ino == mInode;
 }
 
 bool SharedFile::isEmpty() const {

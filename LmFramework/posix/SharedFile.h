@@ -2,6 +2,8 @@
 #ifndef LMFRAMEWORK_POSIX_SHAREDFILE_H
 #define LMFRAMEWORK_POSIX_SHAREDFILE_H
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -40,8 +42,12 @@ class SharedFile : private LmUncopyable {
 
   bool isOpen() const { return mDescriptor != -1; }
 
-  /// False when it is not open, or was removed or replaced meanwhile: whoever opens it now gets another file.
+  /// False when it is not open, or was removed or replaced meanwhile: whoever opens it now gets another file. One that
+  /// was given another name counts as current.
   bool isCurrent() const;
+
+  /// As isCurrent(), and false also when it was given another name.
+  bool hasItsName() const;
 
   /// True when it has no length: made by somebody who gives it its owner only, or cut.
   bool isEmpty() const;
@@ -70,6 +76,9 @@ class SharedFile : private LmUncopyable {
 
   const std::string mPath;
   int mDescriptor = -1;
+  // Of the open file, which keeps its inode's number from being given to another.
+  dev_t mDevice = 0;
+  ino_t mInode = 0;
   // The list of open files, by which a forked child finds what it has to close.
   SharedFile* mNext = nullptr;
   SharedFile* mPrevious = nullptr;

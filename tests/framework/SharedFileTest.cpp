@@ -60,6 +60,20 @@ TEST(ARemovedFile, IsNotCurrent) {
   EXPECT_FALSE(file.isCurrent());
 }
 
+TEST(AFileThatWasGivenAnotherName, HasItsNameNoMore) {
+  SharedFile file("Named");
+  EXPECT_FALSE(file.hasItsName());
+  ASSERT_EQ(0, file.open(HELLO));
+  EXPECT_TRUE(file.hasItsName());
+
+  std::filesystem::rename(sharedPath("Named"), sharedPath("Renamed"));
+
+  EXPECT_TRUE(file.isCurrent());
+  EXPECT_FALSE(file.hasItsName());
+  ASSERT_EQ(0, SharedFile("Named").open(HELLO));
+  EXPECT_FALSE(file.hasItsName());
+}
+
 TEST(AFileThatIsTooShort, IsNotRead) {
   SharedFile file("Short");
   ASSERT_EQ(0, file.open(HELLO));
