@@ -20,17 +20,21 @@ class LmObserver_;
 /// process says how many. A process that is killed leaves the others working; what it was
 /// publishing at that moment may be lost, or arrive up to a second late.
 ///
-/// Publishers wait for each other, for a second at most: one that is stopped inside Publish(), or somebody who locks
-/// the ring and keeps it, is passed by with a log line, and the ring is made anew, so that what a reader has not heard
-/// by then may be lost. When it goes on it publishes in the new ring.
+/// Publishers wait for each other, for two seconds in all at most: one that is stopped inside Publish() for a second is
+/// passed by with a log line, and the ring is made anew, so that what a reader has not heard by then may be lost. When
+/// it goes on it publishes in the new ring, which it may have to make anew once more. Threads of one process publish
+/// one after the other, and fork() waits for whoever is publishing.
+///
+/// Whoever may open the ring, be it for reading only, can lock it whole. As long as somebody does, nothing can be
+/// published by anybody: each Publish() returns false after those two seconds.
 ///
 /// After fork() nothing is delivered in the child until it registers observers of its own. A child that an observer
 /// forks ends, as by _exit(0), when it returns from the notification.
 ///
-/// The ring belongs to everybody who may write it. Cut short, overwritten or removed, it is made anew by the next
-/// publisher with one log line (without one when it was removed). What it held is then lost, as far as it was not
-/// heard; later messages arrive, up to a second late. A message that is damaged in the ring is lost alone and counts
-/// with those that the log tells of; nothing damaged is ever delivered, nor in another order.
+/// The ring belongs to everybody who may write it. Cut short, overwritten, removed or renamed, it is made anew by the
+/// next publisher with one log line (without one when it was removed or renamed). What it held is then lost, as far as
+/// it was not heard; later messages arrive, up to a second late. A message that is damaged in the ring is lost alone
+/// and counts with those that the log tells of; nothing damaged is ever delivered, nor in another order.
 class LM_FRAMEWORK_API LmSharedMemNotifier : private LmUncopyable {
  public:
   /// The longest message, in bytes.
@@ -58,9 +62,9 @@ class LM_FRAMEWORK_API LmSharedMemNotifier : private LmUncopyable {
   void RemoveObserver(LmObserver_* observer);
 
   /// Publishes a change. `data` may be null when `size` is 0. Does not wait for any delivery, and for other publishers
-  /// as said above.
+  /// for two seconds at most, as said above.
   /// @return false, with a log line, when `size` is over MAX_DATA_SIZE, `data` is null for another one than 0, or the
-  ///         ring cannot be opened or written.
+  ///         ring cannot be opened, locked or written.
   bool Publish(unsigned id, const void* data, unsigned size);
 };
 

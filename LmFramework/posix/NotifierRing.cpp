@@ -8,6 +8,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -23,12 +24,20 @@ constexpr std::size_t SLOT_CHECKED_SIZE = offsetof(NotifierRingSlot, checksum);
 constexpr std::size_t MAPPED_SIZE = sizeof(NotifierRingHeader);
 // A header or slot read just while it is being written is read again so many times.
 constexpr int MAX_READS = 4;
-// Where writers lock a byte, by their generation; a header that is not intact counts as generation 0.
+// Where writers lock a byte, by their generation; a header that is not intact counts as generation 0. Made generations
+// are odd, so none has that byte.
 constexpr off_t FIRST_LOCK_BYTE = 0x40000000;
 constexpr std::uint64_t LOCK_BYTES = 0x100000;
+// What those lock who pass by a writer that stands still.
+constexpr off_t PASSING_LOCK_BYTE = FIRST_LOCK_BYTE + static_cast<off_t>(LOCK_BYTES);
 // How long a writer may take, however slow the machine, before it counts as stopped.
-constexpr std::chrono::milliseconds MAX_WAIT{1000};
-// How often a ring may be made anew by others while one message is published.
+constexpr std::chrono::nanoseconds STANDS_STILL_AFTER = std::chrono::seconds(1);
+// All the waiting for one message: a writer that stands still is passed by within it.
+constexpr std::chrono::nanoseconds MAX_WAIT = std::chrono::seconds(2);
+constexpr std::chrono::nanoseconds LOCK_INTERVAL = std::chrono::microseconds(50);
+// So much of one interval counts. Who was stopped himself while he waited has not seen the other stand still.
+constexpr std::chrono::nanoseconds MAX_COUNTED_INTERVAL = std::chrono::milliseconds(10);
+// How often others may make the ring anew or remove it while one message is published.
 constexpr int MAX_ATTEMPTS = 20;
 
 // FNV-1a: it has to tell torn and random bytes from whole ones, not to withstand anybody.
@@ -67,10 +76,15 @@ NotifierRingHeader newHeader() {
   return header;
 }
 
-bool isIntact(const NotifierRingHeader& header) {
+// Of everything but the head.
+bool hasIntactGeneration(const NotifierRingHeader& header) {
   return header.magic == MAGIC && header.version == VERSION && header.slotCount == NotifierRing::SLOT_COUNT &&
          header.slotSize == sizeof(NotifierRingSlot) && header.generation != 0 &&
-         header.checksum == checksum(&header, HEADER_CHECKED_SIZE) && header.headCheck == headCheckOf(header);
+         header.checksum == checksum(&header, HEADER_CHECKED_SIZE);
+}
+
+bool isIntact(const NotifierRingHeader& header) {
+  return hasIntactGeneration(header) && header.headCheck == headCheckOf(header);
 }
 
 // False when it is not intact; `header` then holds what could be read.
@@ -84,35 +98,33 @@ bool readHeader(const SharedFile& file, NotifierRingHeader& header) {
   return false;
 }
 
+// 0 when it is not intact.
+std::uint64_t readGeneration(const SharedFile& file, NotifierRingHeader& header) {
+  return readHeader(file, header) ? header.generation : 0;
+}
+
 std::uint32_t offsetOfSlot(std::uint64_t sequence) {
   return static_cast<std::uint32_t>(sizeof(NotifierRingHeader) +
                                     (sequence % NotifierRing::SLOT_COUNT) * sizeof(NotifierRingSlot));
 }
 
-// The lock of a generation's writers, for as long as this lives: a lock on the open file, on one byte far behind its
-// end. The kernel gives it up when a writer dies. Not held when another writer kept it for too long.
+off_t lockByteOf(std::uint64_t generation) { return FIRST_LOCK_BYTE + static_cast<off_t>(generation % LOCK_BYTES); }
+
+// A lock on the open file, on one byte far behind its end. The kernel gives it up when its holder dies.
 class WriteLock : private LmUncopyable {
  public:
-  WriteLock(int descriptor, std::uint64_t generation)
-      : mDescriptor(descriptor), mByte(FIRST_LOCK_BYTE + static_cast<off_t>(generation % LOCK_BYTES)) {
-    const auto deadline = std::chrono::steady_clock::now() + MAX_WAIT;
-    // Where the file cannot be locked at all the checksums have to do.
-    while (!change(F_WRLCK) && (errno == EAGAIN || errno == EACCES || errno == EINTR)) {
-      if (std::chrono::steady_clock::now() > deadline) {
-        mIsHeld = false;
-        return;
-      }
-      const timespec pause = {0, 50000};
-      nanosleep(&pause, nullptr);
-    }
-  }
+  WriteLock(int descriptor, off_t byte) : mDescriptor(descriptor), mByte(byte) {}
   ~WriteLock() {
     if (mIsHeld) {
-      change(F_UNLCK);
+      static_cast<void>(change(F_UNLCK));
     }
   }
 
-  bool isHeld() const { return mIsHeld; }
+  // False when somebody else has it. Where the file cannot be locked at all the checksums have to do.
+  bool tryLock() {
+    mIsHeld = change(F_WRLCK);
+    return mIsHeld || (errno != EAGAIN && errno != EACCES && errno != EINTR);
+  }
 
  private:
   bool change(short type) const {
@@ -126,8 +138,28 @@ class WriteLock : private LmUncopyable {
 
   const int mDescriptor;
   const off_t mByte;
-  bool mIsHeld = true;
+  bool mIsHeld = false;
 };
+
+// Waits for the lock while `isWorthIt`, no longer than `limit`, and adds to `waited` what it has waited. False when it
+// is not ours.
+template <class Condition>
+bool waitFor(WriteLock& lock, std::chrono::nanoseconds limit, std::chrono::nanoseconds& waited,
+             const Condition& isWorthIt) {
+  const auto end = waited + limit;
+  auto last = std::chrono::steady_clock::now();
+  while (!lock.tryLock()) {
+    if (waited >= end || !isWorthIt()) {
+      return false;
+    }
+    const timespec pause = {0, static_cast<long>(LOCK_INTERVAL.count())};
+    nanosleep(&pause, nullptr);
+    const auto now = std::chrono::steady_clock::now();
+    waited += std::min<std::chrono::nanoseconds>(now - last, MAX_COUNTED_INTERVAL);
+    last = now;
+  }
+  return true;
+}
 
 // The layout that SYS_futex takes, which on 32 bits is not that of a C library with 64-bit times.
 struct FutexTime {
@@ -146,7 +178,7 @@ NotifierRing::NotifierRing() : mFile(NAME) {}
 NotifierRing::~NotifierRing() { close(); }
 
 int NotifierRing::open() {
-  if (mFile.isCurrent()) {
+  if (mFile.hasItsName()) {
     return 0;
   }
   close();
@@ -200,31 +232,43 @@ bool NotifierRing::read(const Position& position, NotifierRingSlot& slot) const 
 }
 
 int NotifierRing::publish(std::uint32_t id, const void* data, std::uint32_t size, Repairs& repairs) {
+  std::chrono::nanoseconds waited{0};
   for (int attempt = 0; attempt < MAX_ATTEMPTS; ++attempt) {
     int error = open();
     if (error != 0) {
       return error;
     }
     NotifierRingHeader header = {};
-    const bool wasIntact = readHeader(mFile, header);
-    const WriteLock lock(mFile.descriptor(), wasIntact ? header.generation : 0);
-    if (!lock.isHeld() && !repairs.passedBy) {
-      // Whoever goes on in there later finds another generation. Once must do: somebody may have locked everything.
-      repairs.passedBy = true;
+    const std::uint64_t generation = readGeneration(mFile, header);
+    const auto isStillThere = [&] { return readGeneration(mFile, header) == generation && mFile.hasItsName(); };
+    WriteLock lock(mFile.descriptor(), lockByteOf(generation));
+    const auto limit = std::min(STANDS_STILL_AFTER, MAX_WAIT - waited);
+    const bool isLocked = waitFor(lock, limit, waited, isStillThere);
+    if (!isStillThere()) {
+      continue;
+    }
+    if (isLocked && generation != 0) {
+      error = append(header, id, data, size);
+      if (error != EAGAIN) {
+        wake();
+        return error;
+      }
+    } else if (isLocked) {
+      repairs.madeAnew = repairs.madeAnew || !(mFoundEmpty && mFile.isEmpty());
       error = makeAnew();
     } else {
-      const std::uint64_t generation = header.generation;
-      const bool isIntact = readHeader(mFile, header);
-      if (isIntact && wasIntact && header.generation == generation) {
-        error = append(header, id, data, size);
-        if (error != EAGAIN) {
-          wake();
-          return error;
-        }
-      } else if (!isIntact && !wasIntact) {
-        repairs.madeAnew = repairs.madeAnew || !(mFoundEmpty && mFile.isEmpty());
-        error = makeAnew();
+      // Whoever goes on in there later finds another generation. One at a time: the next one would wipe out what is
+      // already published in the new ring.
+      WriteLock passing(mFile.descriptor(), PASSING_LOCK_BYTE);
+      const bool mayPass = limit == STANDS_STILL_AFTER && waitFor(passing, MAX_WAIT - waited, waited, isStillThere);
+      if (!isStillThere()) {
+        continue;
       }
+      if (!mayPass) {
+        return ETIMEDOUT;  // somebody has locked everything; without a lock we would overwrite each other
+      }
+      repairs.passedBy = true;
+      error = makeAnew();
     }
     if (error != 0 && error != EAGAIN) {
       return error;
@@ -264,7 +308,14 @@ int NotifierRing::append(NotifierRingHeader header, std::uint32_t id, const void
   header.headCheck = headCheckOf(header);
   static_assert(offsetof(NotifierRingHeader, headCheck) == offsetof(NotifierRingHeader, head) + sizeof header.head);
   const std::uint64_t headAndCheck[] = {header.head, header.headCheck};
-  return mFile.write(offsetof(NotifierRingHeader, head), headAndCheck, sizeof headAndCheck);
+  const int written = mFile.write(offsetof(NotifierRingHeader, head), headAndCheck, sizeof headAndCheck);
+  // We may have stood still just before that, and have spoilt the ring that others have made meanwhile: nobody has
+  // heard our message, and it goes into the next one. With other bytes there, it stood in the old ring in time to be
+  // heard.
+  const bool isSpoilt = written == 0 && mFile.read(0, &now, sizeof now) && hasIntactGeneration(now) &&
+                        now.generation != header.generation && now.head == header.head &&
+                        now.headCheck == header.headCheck;
+  return isSpoilt ? EAGAIN : written;
 }
 
 bool NotifierRing::wait(std::uint32_t word, std::chrono::milliseconds timeout) const {

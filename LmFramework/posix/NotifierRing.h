@@ -12,7 +12,7 @@
 #include "LmFramework/posix/SharedFile.h"
 
 // The file "LmSharedMemNotifier": one header, then 256 slots; the message with sequence number n, counted from 0,
-// stands in slot n % 256 until 256 later ones have been published. Little-endian, the same for 32 and 64 bits.
+// stands in slot n % 256 until the 256th later one begins to be written. Little-endian, the same for 32 and 64 bits.
 //
 //     offset  size  header
 //          0     4  magic, the characters "LmNR"
@@ -34,8 +34,13 @@
 //         88     8  checksum of the bytes 0 to 87
 //
 // A writer locks its generation, writes the slot, looks whether the generation is still the same, writes head and head
-// check, then wakes. A writer that is stopped in between is not waited for: the ring is made anew, and when it goes on
-// it begins again. Readers take no lock: the checksums tell them what is torn or garbage.
+// check, looks once more, then wakes. A writer that is stopped in between is not waited for: the ring is made anew.
+// When it goes on it may spoil one message of the new ring, or its head; it then makes the ring anew itself, and begins
+// again. Readers take no lock: the checksums tell them what is torn or garbage.
+//
+// Locks are on single bytes far behind the end of the file, whose length does not change by that: 0x40000000 +
+// generation % 0x100000 for the writers of a generation, 0x40000000 for those who found the ring not intact, and
+// 0x40100000 for those who pass by somebody that stands still.
 
 struct NotifierRingHeader {
   std::uint32_t magic;
@@ -93,7 +98,8 @@ class NotifierRing : private LmUncopyable {
   NotifierRing();
   ~NotifierRing();
 
-  /// Opens the ring, and makes it when there is none; opens it again when it was removed or replaced.
+  /// Opens the ring, and makes it when there is none; opens it again when it was removed, replaced or given another
+  /// name.
   /// @return 0 or an error number
   int open();
   void close();
@@ -112,9 +118,10 @@ class NotifierRing : private LmUncopyable {
     bool passedBy = false;
   };
 
-  /// Publishes one message of at most 64 bytes and wakes the readers. Waits for other writers, a second for each at
-  /// most.
-  /// @return 0 or an error number
+  /// Publishes one message of at most 64 bytes and wakes the readers. Waits for other writers, for two seconds in all
+  /// at most; times in which this process was itself stopped do not count.
+  /// @return 0 or an error number; ETIMEDOUT when somebody has locked the ring whole, and nothing is published: writers
+  ///         without a lock would overwrite each other's messages.
   int publish(std::uint32_t id, const void* data, std::uint32_t size, Repairs& repairs);
 
   /// Waits until woken, or the futex word is not `word`, or the time is over. False, at once, when the ring cannot be

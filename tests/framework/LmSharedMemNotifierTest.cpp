@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -217,6 +219,64 @@ TEST(ManyMessages, ArriveInTheOrderInWhichTheyWerePublished) {
   }
 
   EXPECT_EQ(published, recorder.messages());
+}
+
+// So few at a time that none can be lost.
+TEST(SeveralPublishersAtOnce, AreHeardOnceEachAndEachInItsOrder) {
+  constexpr unsigned PUBLISHERS = 4;
+  constexpr std::uint32_t COUNT = 3000;
+  constexpr std::uint32_t OUTSTANDING = 50;
+  struct Message {
+    std::uint32_t sender;
+    std::uint32_t number;
+  };
+  struct Heard {
+    std::atomic<std::uint32_t> of[PUBLISHERS];
+    std::atomic<unsigned> wrong;
+  };
+  const SharedValue<Heard> heard;
+  class Counter : public LmObserver_ {
+   public:
+    explicit Counter(Heard& heard) : mHeard(heard) {}
+    unsigned Update(unsigned, void* data, unsigned size) override {
+      Message message = {PUBLISHERS, 0};
+      std::memcpy(&message, data, std::min<std::size_t>(size, sizeof message));
+      if (message.sender >= PUBLISHERS || message.number != mHeard.of[message.sender] + 1) {
+        ++mHeard.wrong;
+      } else {
+        ++mHeard.of[message.sender];
+      }
+      return 0;
+    }
+
+   private:
+    Heard& mHeard;
+  } counter(*heard);
+  const LogCapture log;
+  LmSharedMemNotifier notifier(false);
+  ASSERT_TRUE(add(notifier, counter));
+
+  std::vector<std::unique_ptr<ChildProcess>> publishers;
+  for (std::uint32_t sender = 0; sender < PUBLISHERS; ++sender) {
+    publishers.push_back(std::make_unique<ChildProcess>([&heard, sender] {
+      LmSharedMemNotifier own(false);
+      for (std::uint32_t number = 1; number <= COUNT; ++number) {
+        const auto hasRoom = [&] { return number - heard->of[sender] <= OUTSTANDING; };
+        const Message message = {sender, number};
+        if ((!hasRoom() && !eventually(hasRoom)) || heard->wrong != 0 || !own.Publish(ID, &message, sizeof message)) {
+          return 1;
+        }
+      }
+      return 0;
+    }));
+  }
+
+  for (std::uint32_t sender = 0; sender < PUBLISHERS; ++sender) {
+    EXPECT_EQ(0, publishers[sender]->wait()) << sender;
+    EXPECT_TRUE(eventually([&] { return heard->of[sender] == COUNT || heard->wrong != 0; })) << sender;
+  }
+  EXPECT_EQ(0U, heard->wrong);
+  EXPECT_TRUE(log.lines().empty());
 }
 
 TEST(ANewObserver, HearsNothingOlder) {
@@ -833,4 +893,24 @@ TEST(ARingThatCannotBeOpened, CostsALogLineAndIsTriedAgain) {
 
   EXPECT_TRUE(reaches(notifier, recorder, "found"));
   EXPECT_EQ(2U, log.lines().size());
+}
+
+TEST(ARingThatSomebodyHasLocked, RefusesMessagesWithALogLineUntilItIsUnlocked) {
+  LmSharedMemNotifier notifier(false);
+  Recorder recorder;
+  ASSERT_TRUE(add(notifier, recorder));
+  const LogCapture log;
+  const int reader = open(sharedPath(RING).c_str(), O_RDONLY | O_CLOEXEC);
+  struct flock whole = {};
+  whole.l_type = F_RDLCK;
+  whole.l_whence = SEEK_SET;
+  ASSERT_EQ(0, fcntl(reader, F_OFD_SETLK, &whole));
+
+  EXPECT_FALSE(publish(notifier, ID, "refused"));
+  close(reader);
+
+  EXPECT_TRUE(reaches(notifier, recorder, "taken"));
+  EXPECT_EQ(1U, recorder.messages().size());
+  EXPECT_EQ(1U, log.count("id 6: cannot be published"));
+  EXPECT_EQ(1U, log.lines().size());
 }

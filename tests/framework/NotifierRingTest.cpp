@@ -3,19 +3,54 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
 
 #include "LmFramework/posix/NotifierRing.h"
 #include "framework/SharedMemoryTesting.h"
 
 namespace {
 
+constexpr off_t FIRST_LOCK_BYTE = 0x40000000;
 constexpr std::size_t HEADER_IN_USE = 48;
+constexpr off_t HEAD_OFFSET = 24;
+constexpr std::size_t HEAD_SIZE = 16;
+
+off_t lockByteOf(std::uint64_t generation) { return FIRST_LOCK_BYTE + static_cast<off_t>(generation % 0x100000); }
+
+// What this thread does once, before or behind its next write of a ring's head.
+thread_local std::function<void()> tBeforeHead;
+thread_local std::function<void()> tBehindHead;
+
+void callOnce(std::function<void()>& function) {
+  if (function) {
+    const std::function<void()> once = std::move(function);
+    function = nullptr;
+    once();
+  }
+}
+
+template <class Write>
+ssize_t watchHead(const Write& write, std::size_t size, off64_t offset) {
+  const bool isHead = size == HEAD_SIZE && offset == HEAD_OFFSET;
+  if (isHead) {
+    callOnce(tBeforeHead);
+  }
+  const ssize_t written = write();
+  if (isHead) {
+    callOnce(tBehindHead);
+  }
+  return written;
+}
 
 /// Locks bytes of the ring's file, as a writer does that stands still, until its end.
 class StandingWriter {
@@ -76,6 +111,22 @@ T fieldAt(const std::string& bytes, std::size_t offset) {
 }
 
 }  // namespace
+
+// The linker puts these in the place of the calls.
+extern "C" {
+ssize_t __real_pwrite(int descriptor, const void* bytes, size_t size, off_t offset);
+ssize_t __real_pwrite64(int descriptor, const void* bytes, size_t size, off64_t offset);
+ssize_t __wrap_pwrite(int descriptor, const void* bytes, size_t size, off_t offset);
+ssize_t __wrap_pwrite64(int descriptor, const void* bytes, size_t size, off64_t offset);
+
+ssize_t __wrap_pwrite(int descriptor, const void* bytes, size_t size, off_t offset) {
+  return watchHead([&] { return __real_pwrite(descriptor, bytes, size, offset); }, size, offset);
+}
+
+ssize_t __wrap_pwrite64(int descriptor, const void* bytes, size_t size, off64_t offset) {
+  return watchHead([&] { return __real_pwrite64(descriptor, bytes, size, offset); }, size, offset);
+}
+}
 
 TEST_F(ARing, HasTheBytesOfItsDrawing) {
   publish(6, "first");
@@ -172,9 +223,22 @@ TEST_F(ARing, IsAnotherGenerationWhenItWasRemoved) {
   EXPECT_EQ(1U, mRing.head().position.sequence);
 }
 
+// Those who opened it before would talk among themselves.
+TEST_F(ARing, IsAnotherGenerationWhenItWasGivenAnotherName) {
+  publish(6, "before");
+  const std::uint64_t generation = mRing.head().position.generation;
+
+  std::filesystem::rename(sharedPath(NotifierRing::NAME), sharedPath("Elsewhere"));
+
+  EXPECT_FALSE(publish(6, "after"));
+  EXPECT_NE(generation, mRing.head().position.generation);
+  EXPECT_EQ(1U, mRing.head().position.sequence);
+  EXPECT_TRUE(std::filesystem::exists(sharedPath(NotifierRing::NAME)));
+}
+
 TEST_F(ARing, IsMadeAnewOnceWhereAWriterStandsStill) {
   const std::uint64_t generation = mRing.head().position.generation;
-  const StandingWriter writer(0x40000000 + static_cast<off_t>(generation % 0x100000), 1);
+  const StandingWriter writer(lockByteOf(generation), 1);
 
   NotifierRing::Repairs first;
   ASSERT_EQ(0, mRing.publish(6, "first", 5, first));
@@ -189,19 +253,122 @@ TEST_F(ARing, IsMadeAnewOnceWhereAWriterStandsStill) {
   expectThatItWorks();
 }
 
-TEST_F(ARing, TakesMessagesAlsoWhereSomebodyHasLockedItWhole) {
-  const StandingWriter everywhere(0, 0);
+// Each of those who waited made the ring anew, and wiped out what the ones before it had published there.
+TEST_F(ARing, IsMadeAnewOnceBySeveralWhoWaitForTheSameWriter) {
+  constexpr unsigned COUNT = 4;
+  const StandingWriter writer(lockByteOf(mRing.head().position.generation), 1);
+  std::atomic<unsigned> made{0};
+  std::vector<std::thread> waiting;
+
+  for (unsigned i = 0; i < COUNT; ++i) {
+    waiting.emplace_back([&] {
+      NotifierRing own;
+      NotifierRing::Repairs repairs;
+      EXPECT_EQ(0, own.publish(6, "message", 7, repairs));
+      EXPECT_FALSE(repairs.madeAnew);
+      made += repairs.passedBy ? 1 : 0;
+    });
+  }
+  for (std::thread& thread : waiting) {
+    thread.join();
+  }
+
+  EXPECT_EQ(1U, made);
+  EXPECT_EQ(COUNT, mRing.head().position.sequence);
+}
+
+// It wrote its head into a ring that others had made meanwhile, which was garbage then, and called that a success.
+TEST_F(ARing, IsMadeAnewByAWriterThatStoodStillBeforeItsHeadAndPublishesThereThen) {
+  NotifierRing other;
+  NotifierRing::Repairs passing;
+  std::uint64_t generation = 0;
+  tBeforeHead = [&] {
+    std::thread([&] {
+      for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(0, other.publish(7, "other", 5, passing));
+      }
+      generation = other.head().position.generation;
+    }).join();
+  };
 
   NotifierRing::Repairs repairs;
   ASSERT_EQ(0, mRing.publish(6, "message", 7, repairs));
 
-  EXPECT_TRUE(repairs.passedBy);
+  EXPECT_TRUE(passing.passedBy);
+  EXPECT_TRUE(repairs.madeAnew);
+  const NotifierRing::Head head = mRing.head();
+  ASSERT_TRUE(head.valid);
+  EXPECT_NE(generation, head.position.generation);
+  ASSERT_EQ(1U, head.position.sequence);
+  NotifierRingSlot slot = {};
+  ASSERT_TRUE(mRing.read({head.position.generation, 0}, slot));
+  EXPECT_EQ(6U, slot.id);
+}
+
+TEST_F(ARing, HoldsAMessageOnceWhoseWriterStoodStillBehindItsHead) {
+  NotifierRing other;
+  NotifierRing::Repairs passing;
+  tBehindHead = [&] { std::thread([&] { EXPECT_EQ(0, other.publish(7, "other", 5, passing)); }).join(); };
+
+  NotifierRing::Repairs repairs;
+  ASSERT_EQ(0, mRing.publish(6, "message", 7, repairs));
+
+  EXPECT_TRUE(passing.passedBy);
+  EXPECT_FALSE(repairs.madeAnew);
+  EXPECT_EQ(1U, mRing.head().position.sequence) << "it could be heard before, so it is not there again";
+}
+
+// Two who both write without a lock would overwrite each other's messages.
+TEST_F(ARing, RefusesMessagesWhileSomebodyHasLockedItWhole) {
+  const std::uint64_t generation = mRing.head().position.generation;
+  {
+    const StandingWriter everywhere(0, 0);
+
+    NotifierRing::Repairs repairs;
+    EXPECT_EQ(ETIMEDOUT, mRing.publish(6, "message", 7, repairs));
+
+    EXPECT_FALSE(repairs.passedBy);
+    EXPECT_EQ(generation, mRing.head().position.generation);
+    EXPECT_EQ(0U, mRing.head().position.sequence);
+  }
+  publish(6, "message");
+  EXPECT_EQ(generation, mRing.head().position.generation);
   EXPECT_EQ(1U, mRing.head().position.sequence);
+}
+
+// The waiting one's message went to the removed ring, where nobody looks any more. Whether it waits already when that
+// happens makes no difference to what is promised.
+TEST_F(ARing, TakesTheMessageOfAPublisherThatWaitedWhenItWasRemoved) {
+  publish(6, "before");
+  std::atomic<bool> begun{false};
+  std::thread waiting;
+  {
+    const StandingWriter writer(lockByteOf(mRing.head().position.generation), 1);
+    waiting = std::thread([&] {
+      NotifierRing own;
+      EXPECT_EQ(0, own.open());
+      begun = true;
+      NotifierRing::Repairs repairs;
+      EXPECT_EQ(0, own.publish(7, "message", 7, repairs));
+      EXPECT_FALSE(repairs.passedBy);
+    });
+    eventually([&] { return begun.load(); });
+    pauseFor(std::chrono::milliseconds(50));
+    std::filesystem::remove(sharedPath(NotifierRing::NAME));
+  }
+  waiting.join();
+
+  ASSERT_EQ(0, mRing.open());
+  const NotifierRing::Position position = mRing.head().position;
+  ASSERT_EQ(1U, position.sequence);
+  NotifierRingSlot slot = {};
+  ASSERT_TRUE(mRing.read({position.generation, 0}, slot));
+  EXPECT_EQ(7U, slot.id);
 }
 
 TEST_F(ARing, IsMadeAnewWhereAWriterStandsStillThatFoundItDamaged) {
   overwriteShared(NotifierRing::NAME, "garbage");
-  const StandingWriter writer(0x40000000, 1);
+  const StandingWriter writer(FIRST_LOCK_BYTE, 1);
 
   NotifierRing::Repairs repairs;
   ASSERT_EQ(0, mRing.publish(6, "message", 7, repairs));
