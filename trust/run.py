@@ -7,6 +7,7 @@ by a patch of trust/controls. A row is green when its campaign found nothing and
 """
 
 import argparse
+import concurrent.futures
 import dataclasses
 import datetime
 import os
@@ -16,6 +17,7 @@ import re
 import shutil
 import subprocess
 import sys
+import threading
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
@@ -25,6 +27,9 @@ PRIVATE_SHM = ROOT / "scripts/private-shm"
 QEMU_USER = ["qemu-arm", "-L", "/usr/arm-linux-gnueabihf"]
 GUEST_BOOT_SECONDS = 120
 NEVER_STARTED = (2, 125, 126, 127)  # wrong options, no shared-memory folder, no program
+# One build at a time in a folder, and one control at a time in the copy of the sources.
+BUILDING = threading.Lock()
+CONTROLLING = threading.Lock()
 JOBS = str(os.cpu_count() or 1)
 
 
@@ -36,7 +41,7 @@ class Row:
     program: str  # of trust/, without "trust_"; or, with a slash, a script of the tree that builds what it needs
     full: list
     quick: list  # None: this row is too slow for the short form
-    control: list  # the patches of trust/controls, each of which has to be caught; none: this row's code is another row's
+    control: list  # the patches of trust/controls, each of which has to be caught
     control_args: list = dataclasses.field(default_factory=list)
     preset: str = "release"
     control_preset: str = ""  # the campaign's own, when empty
@@ -150,15 +155,16 @@ def build(source, folder, preset, targets, log):
     with open(log, "w", encoding="utf-8") as said:
         def step(command):
             return subprocess.run(command, cwd=source, stdout=said, stderr=subprocess.STDOUT, check=False).returncode == 0
-        return (step(["cmake", "--preset", preset, "-B", str(folder)])
-                and step(["cmake", "--build", str(folder), "-j", JOBS, "--target"] + targets))
+        with BUILDING:
+            return (step(["cmake", "--preset", preset, "-B", str(folder)])
+                    and step(["cmake", "--build", str(folder), "-j", JOBS, "--target"] + targets))
 
 
 def build_row(row, source, folder, preset, arguments, log):
     """Builds what the row runs, outside its watchdog. A script does that itself when it is asked to do no more."""
     if not is_script(row):
         return build(source, folder, preset, ["trust_" + row.program], log)
-    with open(log, "w", encoding="utf-8") as said:
+    with open(log, "w", encoding="utf-8") as said, BUILDING:
         return subprocess.run([str(source / row.program), "--build-only"] + [word for word in arguments if word == "--replay"],
                               cwd=source, stdout=said, stderr=subprocess.STDOUT, check=False).returncode == 0
 
@@ -229,7 +235,10 @@ def control(row, patch):
     """The same campaign with a defence taken away."""
     copy_sources()
     what = "control-" + patch
-    with open(ROOT / "trust/controls" / (patch + ".patch"), encoding="utf-8") as change, \
+    path = ROOT / "trust/controls" / (patch + ".patch")
+    # What the campaign has to complain of, where something else could be found as well; any finding when it does not say.
+    caught_as = re.search(r"^# Caught as: (.*)$", path.read_text(encoding="utf-8"), re.MULTILINE)
+    with open(path, encoding="utf-8") as change, \
             open(log_of(row, what), "w", encoding="utf-8") as said:
         if subprocess.run(["patch", "-p1", "--no-backup-if-mismatch"], cwd=CONTROL_SOURCE, stdin=change, stdout=said, stderr=said,
                           check=False).returncode != 0:
@@ -242,7 +251,10 @@ def control(row, patch):
     if row.preset == "guest":
         shutil.copytree(ROOT / "build/arm/kernel", CONTROL_SOURCE / "build/arm/kernel", dirs_exist_ok=True)
         return run_in_guest(row, CONTROL_SOURCE, folder, row.control_args, row.limit_control, log)
-    return run(command_of(row, CONTROL_SOURCE, folder, row.control_args), row.limit_control, log)
+    outcome = run(command_of(row, CONTROL_SOURCE, folder, row.control_args), row.limit_control, log)
+    if caught_as and not re.search(caught_as.group(1), log.read_text(encoding="utf-8", errors="replace")):
+        outcome.trouble = "something else was found than '%s'" % caught_as.group(1)
+    return outcome
 
 
 def selected(arguments):
@@ -277,9 +289,33 @@ def machine():
                                                platform.release(), compiler)
 
 
+def whole_row(row, arguments):
+    """Campaign and controls; the row's line in the table, and whether it is green."""
+    print("... %s" % row.name, file=sys.stderr, flush=True)
+    outcome = campaign(row, arguments.quick)
+    begun = time.monotonic()
+    # Where the campaign itself could not be run, its control would prove nothing.
+    controls = []
+    if not arguments.no_controls and not outcome.trouble:
+        with CONTROLLING:
+            begun = time.monotonic()
+            controls = [(patch, control(row, patch)) for patch in row.control]
+    missed = [patch for patch, result in controls if not result.found_something()]
+    caught = "not run" if arguments.no_controls else "%d of %d" % (len(controls) - len(missed), len(row.control))
+    trouble = [outcome.trouble] + ["%s: %s" % (patch, result.trouble or "NOT CAUGHT") for patch, result in controls
+                                   if patch in missed]
+    green = outcome.is_clean() and not missed and not arguments.no_controls
+    print("    %s is %s, %s; controls %s in %s" % (row.name, "green" if green else "RED", duration(outcome.seconds), caught,
+                                                  duration(time.monotonic() - begun)), file=sys.stderr, flush=True)
+    return [row.name + ("" if green else " **RED**"), row.tried, "{:,}".format(outcome.tried), str(outcome.violations),
+            str(outcome.hangs), str(outcome.crashes), caught, duration(outcome.seconds),
+            "; ".join(part for part in [outcome.note] + trouble if part)], green
+
+
 def main():
     options = argparse.ArgumentParser(prog="scripts/trust", description="runs the campaigns and prints their table")
     options.add_argument("--quick", action="store_true", help="the short form, about three minutes once everything is built")
+    options.add_argument("--jobs", type=int, default=1, metavar="N", help="as many rows at a time")
     options.add_argument("--only", nargs="+", metavar="ROW", help="these rows alone")
     options.add_argument("--list", action="store_true", help="the rows")
     options.add_argument("--no-controls", action="store_true", help="without the negative controls; no row is then green")
@@ -291,25 +327,11 @@ def main():
 
     (WORK / "logs").mkdir(parents=True, exist_ok=True)
     started = time.monotonic()
-    lines, passed, failed = [], 0, 0
-    for row in selected(arguments):
-        print("... %s" % row.name, file=sys.stderr, flush=True)
-        outcome = campaign(row, arguments.quick)
-        begun = time.monotonic()
-        # Where the campaign itself could not be run, its control would prove nothing.
-        controls = [] if arguments.no_controls or outcome.trouble else [(patch, control(row, patch)) for patch in row.control]
-        missed = [patch for patch, result in controls if not result.found_something()]
-        caught = "not run" if arguments.no_controls else "-" if not row.control else "%d of %d" % (len(controls) - len(missed),
-                                                                                                   len(row.control))
-        trouble = [outcome.trouble] + ["%s: %s" % (patch, result.trouble or "NOT CAUGHT") for patch, result in controls
-                                       if patch in missed]
-        green = outcome.is_clean() and not missed and not arguments.no_controls
-        passed, failed = passed + green, failed + (not green)
-        lines.append([row.name + ("" if green else " **RED**"), row.tried, "{:,}".format(outcome.tried), str(outcome.violations),
-                      str(outcome.hangs), str(outcome.crashes), caught, duration(outcome.seconds),
-                      "; ".join(part for part in [outcome.note] + trouble if part)])
-        print("    %s, %s; controls %s in %s" % ("green" if green else "RED", duration(outcome.seconds), caught,
-                                                duration(time.monotonic() - begun)), file=sys.stderr, flush=True)
+    with concurrent.futures.ThreadPoolExecutor(arguments.jobs) as pool:
+        results = list(pool.map(lambda row: whole_row(row, arguments), selected(arguments)))
+    lines = [line for line, _ in results]
+    passed = sum(green for _, green in results)
+    failed = len(results) - passed
 
     text = "%s\n\n%s UTC; %s; `scripts/trust%s`; %s with building.\n" % (
         table(lines), datetime.datetime.now(datetime.timezone.utc).strftime("%Y-%m-%d %H:%M"), machine(),
