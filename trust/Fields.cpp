@@ -269,6 +269,7 @@ class Tables {
     mProgress.phones += found.size();
     std::vector<Phone> phones;
     for (const IntegratedDevice& device : found) {
+    phones.reserve(found.size());
       phones.push_back({static_cast<unsigned>(device.type), device.name, device.btid, device.port, device.session,
                         device.cpDeviceId, device.aapId, Source::recordOf(device)});
     }
