@@ -241,7 +241,7 @@ std::size_t CrashStates::anyMoment(std::mt19937_64& random) const {
 
 CrashStates::State CrashStates::any(std::mt19937_64& random) const {
   const std::size_t count = anyMoment(random);
-  Nodes nodes = nodesWith(count, [&](std::size_t) { return below(2, random) == 0; });
+  Nodes nodes = nodesWith(count, [&](std::size_t) { return below(4, random) != 0; });
   for (const std::size_t node : namedFilesOf(nodes)) {
     nodes[node].bytes = anyVariant(node, count, random);
   }

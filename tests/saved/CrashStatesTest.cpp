@@ -11,9 +11,11 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <memory>
+#include <optional>
 #include <random>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "saved/CrashStates.h"
@@ -43,11 +45,20 @@ Table phones(unsigned count, const std::string& name, unsigned firstSuffix) {
   return table;
 }
 
-/// How many states there were, and how many of them were wrong.
+/// What states there were, and how many of them were wrong.
 struct Verdict {
-  std::size_t states = 0;
+  std::set<std::string> kinds;
   std::size_t neither = 0;    // another table than the old one and the new one
   std::size_t forgotten = 0;  // the old one, though the save had said that it was done
+};
+
+/// A folder's table, as its bytes and as it is loaded. An empty one's bytes are zeros, which is what is read of a file
+/// that was cut or has lost its blocks.
+struct Saved {
+  std::optional<std::string> bytes;
+  std::vector<std::string> table;
+
+  bool operator==(const Saved& other) const { return bytes == other.bytes && table == other.table; }
 };
 
 struct APowerCut : testing::Test {
@@ -59,26 +70,48 @@ struct APowerCut : testing::Test {
   fs::path recorded() const { return scratch / "recorded"; }
   fs::path cut() const { return scratch / "cut"; }
 
+  static Saved savedIn(const fs::path& root, const std::string& below) {
+    const FolderTree tree = readTree(root);
+    const auto found = tree.find(fs::path(below) / NAME);
+    return {found != tree.end() ? found->second : std::nullopt, told(load(root / below))};
+  }
+
+  /// "new, returned", or what there is beside the saved file, such as "old, part of a temporary".
+  static std::string kindOf(const CrashStates::State& state, const Saved& found, const Saved& before,
+                            const Saved& after) {
+    std::string kind = found == after ? "new" : found == before ? "old" : "neither";
+    for (const auto& [path, bytes] : state.tree) {
+      const std::string name = fs::path(path).filename();
+      if (name == LEFT_OVER) {
+        kind += ", left-over";
+      } else if (bytes && name != NAME) {
+        kind += bytes == after.bytes ? ", whole temporary" : ", part of a temporary";
+      }
+    }
+    return kind + (state.returned ? ", returned" : "");
+  }
+
   /// Records a save into the folder `below` (of a name from the recorded one), and looks at every state that may be
   /// left.
   Verdict judge(const std::string& below, const Table& newTable, const std::function<void()>& save) {
-    const std::vector<std::string> before = told(load(recorded() / below));
+    const Saved before = savedIn(recorded(), below);
     FolderRecording recording(recorded());
     save();
     recording.returned();
     EXPECT_TRUE(recording.isComplete());
-    EXPECT_EQ(told(load(recorded() / below)), told(newTable)) << "without a power cut";
+    const Saved after = savedIn(recorded(), below);
+    EXPECT_EQ(after.table, told(newTable)) << "without a power cut";
 
     Verdict verdict;
     CrashStates(recording.history()).each([&](const CrashStates::State& state) {
-      ++verdict.states;
       buildTree(cut(), state.tree);
-      const std::vector<std::string> found = told(load(cut() / below));
-      const bool isNew = found == told(newTable);
-      verdict.neither += !isNew && found != before ? 1U : 0U;
-      verdict.forgotten += !isNew && found == before && state.returned ? 1U : 0U;
+      const Saved found = savedIn(cut(), below);
+      const std::string kind = kindOf(state, found, before, after);
+      verdict.kinds.insert(kind);
+      verdict.neither += !(found == after) && !(found == before) ? 1U : 0U;
+      verdict.forgotten += !(found == after) && found == before && state.returned ? 1U : 0U;
       if (mVisit) {
-        mVisit();
+        mVisit(kind);
       }
     });
     return verdict;
@@ -88,8 +121,9 @@ struct APowerCut : testing::Test {
     return judge(below, newTable, [&] { saved_table::save(recorded() / below, newTable); });
   }
 
-  void expectSafe(const Verdict& verdict, std::size_t states) {
-    EXPECT_GE(verdict.states, states);
+  /// @param kinds  those that there have to be, and no others
+  void expectSafe(const Verdict& verdict, const std::set<std::string>& kinds) {
+    EXPECT_EQ(verdict.kinds, kinds);
     EXPECT_EQ(verdict.neither, 0U);
     EXPECT_EQ(verdict.forgotten, 0U);
     EXPECT_THAT(log.lines(), IsEmpty());
@@ -97,148 +131,174 @@ struct APowerCut : testing::Test {
 
   const SaveFolder scratch;
   const LogCapture log;
-  std::function<void()> mVisit;
+  std::function<void(const std::string& kind)> mVisit;
 };
 
+/// What a save may leave that makes a temporary file and has nothing to clean up. Where there was no table, the old one
+/// is none.
+const std::set<std::string> KINDS = {"old", "old, part of a temporary", "old, whole temporary", "new", "new, returned"};
+
 TEST_F(APowerCut, InTheFirstSaveLeavesNoTableOrTheNewOne) {
-  expectSafe(judgeTheLibrary(phones(10, "Phone ", 1)), 2000);
+  expectSafe(judgeTheLibrary(phones(10, "Phone ", 1)), KINDS);
 }
 
 TEST_F(APowerCut, InTheFirstSaveLeavesNoTableOrTheNewOneWhereTheFolderIsMissingToo) {
-  expectSafe(judgeTheLibrary(phones(3, "Phone ", 1), "state/own"), 2000);
+  expectSafe(judgeTheLibrary(phones(3, "Phone ", 1), "state/own"), KINDS);
 }
 
 TEST_F(APowerCut, InASaveLeavesTheOldTableOrTheNewOne) {
   saved_table::save(recorded(), phones(10, "Old ", 1));
 
-  expectSafe(judgeTheLibrary(phones(10, "New ", 101)), 2000);
+  expectSafe(judgeTheLibrary(phones(10, "New ", 101)), KINDS);
 }
 
 TEST_F(APowerCut, InASaveThatForgetsAllPhonesLeavesTheOldTableOrNone) {
   saved_table::save(recorded(), phones(10, "Old ", 1));
 
-  expectSafe(judgeTheLibrary({}), 2000);
+  expectSafe(judgeTheLibrary({}), KINDS);
 }
 
 TEST_F(APowerCut, InASaveThatCleansUpLeavesTheOldTableOrTheNewOne) {
   saved_table::save(recorded(), phones(2, "Old ", 1));
   std::ofstream(recorded() / LEFT_OVER) << "half written";
 
-  expectSafe(judgeTheLibrary(phones(3, "New ", 1)), 2000);
+  std::set<std::string> kinds = KINDS;
+  kinds.insert(
+      {"old, left-over", "old, left-over, part of a temporary", "old, left-over, whole temporary", "new, left-over"});
+
+  expectSafe(judgeTheLibrary(phones(3, "New ", 1)), kinds);
 }
 
 TEST_F(APowerCut, LeavesAFolderThatTheNextSaveTidies) {
   saved_table::save(recorded(), phones(10, "Old ", 1));
+  std::set<std::string> tidied;
   std::size_t visited = 0;
-  std::size_t untidy = 0;
-  mVisit = [&] {
-    if (visited++ % 4 != 0) {
+  mVisit = [&](const std::string& kind) {
+    if (!tidied.insert(kind).second && visited++ % 4 != 0) {
       return;  // the others differ from these in their bytes alone, and each takes a save
     }
-    untidy += readTree(cut()).size() > 1 ? 1U : 0U;
     saved_table::save(cut(), phones(1, "Later ", 7));
     ASSERT_EQ(told(load(cut())), told(phones(1, "Later ", 7)));
     const FolderTree tree = readTree(cut());
-    ASSERT_EQ(tree.size(), 1U);
-    ASSERT_EQ(tree.begin()->first, NAME);
+    ASSERT_EQ(tree.size(), 1U) << kind;
+    ASSERT_EQ(tree.begin()->first, NAME) << kind;
   };
 
-  expectSafe(judgeTheLibrary(phones(10, "New ", 101)), 2000);
+  expectSafe(judgeTheLibrary(phones(10, "New ", 101)), KINDS);
 
-  EXPECT_GE(untidy, 500U);
+  EXPECT_EQ(tidied, KINDS);
 }
 
-TEST_F(APowerCut, IsAsThoroughByChance) {
+TEST_F(APowerCut, ByChanceLeavesEachKindAndManyStates) {
   saved_table::save(recorded(), phones(10, "Old ", 1));
+  const Saved before = savedIn(recorded(), "");
   FolderRecording recording(recorded());
   saved_table::save(recorded(), phones(10, "New ", 101));
   recording.returned();
+  const Saved after = savedIn(recorded(), "");
   std::mt19937_64 random(1);
 
-  std::size_t oldOnes = 0;
-  std::size_t newOnes = 0;
+  std::set<std::pair<FolderTree, bool>> distinct;
+  std::set<std::string> kinds;
   for (int i = 0; i < 1000; ++i) {
     const CrashStates::State state = CrashStates(recording.history()).any(random);
-    buildTree(cut(), state.tree);
-    const std::vector<std::string> found = told(load(cut()));
-    oldOnes += found == told(phones(10, "Old ", 1)) && !state.returned ? 1U : 0U;
-    newOnes += found == told(phones(10, "New ", 101)) ? 1U : 0U;
+    if (distinct.emplace(state.tree, state.returned).second) {
+      buildTree(cut(), state.tree);
+      kinds.insert(kindOf(state, savedIn(cut(), ""), before, after));
+    }
   }
 
-  EXPECT_EQ(oldOnes + newOnes, 1000U);
-  EXPECT_GT(oldOnes, 100U);
-  EXPECT_GT(newOnes, 100U);
+  EXPECT_GE(distinct.size(), 300U);
+  EXPECT_EQ(kinds, KINDS);
 }
 
 // --- what is watched for is seen
 
-/// A save written by hand, with any of its precautions left out.
+/// A save written by hand, in any order and with any of its precautions left out.
 struct ACarelessSave : APowerCut {
-  struct Care {
-    bool syncsItsFile = true;
-    bool syncsItsFolder = true;
-    bool writesAside = true;
-  };
+  enum Action { WRITE_ASIDE, WRITE_IN_PLACE, SYNC_FILE, REMOVE_OLD, RENAME, SYNC_FOLDER };
 
-  ACarelessSave() {
-    saved_table::save(recorded(), oldTable);
+  ACarelessSave() { saved_table::save(recorded(), phones(10, "Old ", 1)); }
+
+  Verdict judgeOf(const std::vector<Action>& actions, const Table& newTable = phones(10, "New ", 101)) {
+    saved_table::save(scratch.path(), phones(1, "Neither ", 1));  // so that none is saved too
     saved_table::save(scratch.path(), newTable);
     bytes = scratch.contents(NAME);
+    return judge("", newTable, [&] {
+      int file = -1;
+      for (const Action action : actions) {
+        perform(action, file);
+      }
+      close(file);
+    });
   }
 
-  Verdict judgeWith(const Care& care) {
-    return judge("", newTable, [&] { saveWith(care); });
-  }
-
-  void saveWith(const Care& care) const {
+  void perform(Action action, int& file) const {
     const fs::path temporary = recorded() / LEFT_OVER;
-    const fs::path path = care.writesAside ? temporary : recorded() / NAME;
-    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0660);
-    ASSERT_GE(file, 0);
-    ASSERT_EQ(write(file, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-    if (care.syncsItsFile) {
-      ASSERT_EQ(fsync(file), 0);
-    }
-    close(file);
-    if (care.writesAside) {
-      ASSERT_EQ(rename(temporary.c_str(), (recorded() / NAME).c_str()), 0);
-    }
-    if (care.syncsItsFolder) {
-      const int folder = open(recorded().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-      ASSERT_EQ(fsync(folder), 0);
-      close(folder);
+    const fs::path path = recorded() / NAME;
+    switch (action) {
+      case WRITE_ASIDE:
+      case WRITE_IN_PLACE:
+        file = open((action == WRITE_ASIDE ? temporary : path).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0660);
+        ASSERT_EQ(write(file, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+        break;
+      case SYNC_FILE:
+        ASSERT_EQ(fsync(file), 0);
+        break;
+      case REMOVE_OLD:
+        ASSERT_EQ(unlink(path.c_str()), 0);
+        break;
+      case RENAME:
+        ASSERT_EQ(rename(temporary.c_str(), path.c_str()), 0);
+        break;
+      case SYNC_FOLDER: {
+        const int folder = open(recorded().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        ASSERT_EQ(fsync(folder), 0);
+        close(folder);
+      }
     }
   }
 
-  const Table oldTable = phones(10, "Old ", 1);
-  const Table newTable = phones(10, "New ", 101);
   std::string bytes;
 };
 
-TEST_F(ACarelessSave, IsNoneWithAllPrecautions) { expectSafe(judgeWith({}), 2000); }
+TEST_F(ACarelessSave, IsNoneWithAllPrecautions) {
+  // Its temporary file has the name of a left-over.
+  expectSafe(judgeOf({WRITE_ASIDE, SYNC_FILE, RENAME, SYNC_FOLDER}), {"old", "old, left-over", "new", "new, returned"});
+}
 
 TEST_F(ACarelessSave, WithoutSyncOfItsFileMayLeaveAnything) {
-  Care care;
-  care.syncsItsFile = false;
+  EXPECT_GT(judgeOf({WRITE_ASIDE, RENAME, SYNC_FOLDER}).neither, 1000U);
+}
 
-  EXPECT_GT(judgeWith(care).neither, 1000U);
+TEST_F(ACarelessSave, WithoutSyncOfItsFileIsSeenWhereTheNewTableIsEmptyToo) {
+  EXPECT_GT(judgeOf({WRITE_ASIDE, RENAME, SYNC_FOLDER}, {}).neither, 1000U);
+}
+
+TEST_F(ACarelessSave, ThatSyncsItsFileAfterTheRenameMayLeaveAnything) {
+  EXPECT_GT(judgeOf({WRITE_ASIDE, RENAME, SYNC_FILE, SYNC_FOLDER}).neither, 1000U);
 }
 
 TEST_F(ACarelessSave, WithoutSyncOfItsFolderMayBeForgotten) {
-  Care care;
-  care.syncsItsFolder = false;
-
-  const Verdict verdict = judgeWith(care);
+  const Verdict verdict = judgeOf({WRITE_ASIDE, SYNC_FILE, RENAME});
 
   EXPECT_EQ(verdict.neither, 0U);
   EXPECT_GT(verdict.forgotten, 0U);
 }
 
-TEST_F(ACarelessSave, InPlaceMayLeaveAnything) {
-  Care care;
-  care.writesAside = false;
+TEST_F(ACarelessSave, ThatSyncsItsFolderBeforeTheRenameMayBeForgotten) {
+  const Verdict verdict = judgeOf({WRITE_ASIDE, SYNC_FILE, SYNC_FOLDER, RENAME});
 
-  EXPECT_GT(judgeWith(care).neither, 1000U);
+  EXPECT_EQ(verdict.neither, 0U);
+  EXPECT_GT(verdict.forgotten, 0U);
+}
+
+TEST_F(ACarelessSave, ThatRemovesTheOldFileFirstMayLeaveNoTable) {
+  EXPECT_GT(judgeOf({WRITE_ASIDE, SYNC_FILE, REMOVE_OLD, RENAME, SYNC_FOLDER}).neither, 0U);
+}
+
+TEST_F(ACarelessSave, InPlaceMayLeaveAnything) {
+  EXPECT_GT(judgeOf({WRITE_IN_PLACE, SYNC_FILE, SYNC_FOLDER}).neither, 1000U);
 }
 
 // --- in the way
