@@ -268,8 +268,8 @@ class Tables {
                    const std::string& what) {
     mProgress.phones += found.size();
     std::vector<Phone> phones;
-    for (const IntegratedDevice& device : found) {
     phones.reserve(found.size());
+    for (const IntegratedDevice& device : found) {
       phones.push_back({static_cast<unsigned>(device.type), device.name, device.btid, device.port, device.session,
                         device.cpDeviceId, device.aapId, Source::recordOf(device)});
     }
