@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -41,18 +42,18 @@ void LockFile::close() {
   mPage.unmap();
   mFile.close();
   mSlot = 0;
+  mUsesLeft = 0;
 }
 
 LockFile::Header LockFile::headerOf(const LockFilePage& page) {
   if (hasIntactHeader(page)) {
     return Header::INTACT;
   }
-  const std::uint32_t magic = page.magic.load(std::memory_order_relaxed);
-  const std::uint32_t version = page.version.load(std::memory_order_relaxed);
-  const std::uint32_t fileSize = page.fileSize.load(std::memory_order_relaxed);
-  const bool isWhole = page.checksum.load(std::memory_order_relaxed) == checksumOf(magic, version, fileSize);
-  const bool isOurs = version == VERSION && fileSize == FILE_SIZE;  // but for the seal
-  return magic == MAGIC && isWhole && !isOurs ? Header::OTHER_VERSION : Header::GARBAGE;
+  return isOfAnotherVersion(page.magic.load(std::memory_order_relaxed), page.version.load(std::memory_order_relaxed),
+                            page.fileSize.load(std::memory_order_relaxed),
+                            page.checksum.load(std::memory_order_relaxed))
+             ? Header::OTHER_VERSION
+             : Header::GARBAGE;
 }
 
 // As somebody leaves it who makes the file for others, or dies while he makes it, or is just writing the header: the
@@ -116,16 +117,25 @@ int LockFile::openFile(bool wasLost, bool& repaired) {
   int error = openCurrent(size);
   if (error == 0 && (wasLost || size < FILE_SIZE)) {
     repaired = repaired || size != 0 || !mIsJustOpened;
-    // Not only the length: touching a page that is not there kills where there is no memory left for it.
-    error = retryInterrupted([this] { return fallocate(mFile.descriptor(), 0, 0, FILE_SIZE); }) == 0 ? 0 : errno;
+    error = lengthen();
   }
   if (error == 0 && mPage.get() == nullptr) {
     error = mPage.map(mFile.descriptor());
   }
-  if (error == 0) {
+  if (error == 0 && mSlot != 0) {
     mUsesLeft = USES;
   }
   return error;
+}
+
+// Another version may be shorter, and is not ours to change.
+int LockFile::lengthen() const {
+  std::uint32_t header[4] = {};
+  if (mFile.read(0, header, sizeof header) && isOfAnotherVersion(header[0], header[1], header[2], header[3])) {
+    return EPROTONOSUPPORT;
+  }
+  // Not only the length: touching a page that is not there kills where there is no memory left for it.
+  return retryInterrupted([this] { return fallocate(mFile.descriptor(), 0, 0, FILE_SIZE); }) == 0 ? 0 : errno;
 }
 
 int LockFile::openCurrent(std::uint64_t& size) {
@@ -150,12 +160,29 @@ int LockFile::openCurrent(std::uint64_t& size) {
 // When the word names the slot that is got here, its former user died holding the lock. Nobody else can find that out
 // any more: attempt() has to.
 int LockFile::takeSlot() {
+  int error = takeAnyByte();
+  for (int look = 1; error == EUSERS && look < LOOKS_FOR_A_SLOT; ++look) {
+    const timespec pause = {0, 1000000};
+    nanosleep(&pause, nullptr);
+    error = takeAnyByte();
+  }
+  if (error != 0) {
+    return error;
+  }
+  mMine = LockWord::heldBy(mSlot);
+  mProcess = static_cast<std::uint32_t>(getpid());
+  mUsesLeft = USES;
+  // At once: it may be a waiter's slot now, and named by an earlier user's id it would tell of somebody dead.
+  std::atomic<std::uint32_t>& process = mPage.get()->processes[mSlot];
+  mFormerProcess = process.exchange(mProcess, std::memory_order_relaxed);
+  return 0;
+}
+
+int LockFile::takeAnyByte() {
   for (unsigned slot = 1; slot <= LockWord::SLOTS; ++slot) {
     const int error = lockByte(slot);
     if (error == 0) {
       mSlot = slot;
-      mMine = LockWord::heldBy(slot);
-      mProcess = static_cast<std::uint32_t>(getpid());
       return 0;
     }
     if (error != EAGAIN && error != EACCES) {
@@ -176,7 +203,7 @@ LockFile::Attempt LockFile::attempt(bool hasWaited, std::uint32_t& holder) {
     return replace(page, mSeen, mineAndAwaited) ? Attempt::TAKEN_FROM_GARBAGE : Attempt::CHANGED;
   }
   const unsigned slot = LockWord::slotOf(mSeen);
-  holder = page.processes[slot].load(std::memory_order_relaxed);
+  holder = slot == mSlot ? mFormerProcess : page.processes[slot].load(std::memory_order_relaxed);
   if (slot == mSlot) {
     return replace(page, mSeen, mineAndAwaited) ? Attempt::TAKEN_FROM_THE_DEAD : Attempt::CHANGED;
   }

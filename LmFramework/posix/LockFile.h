@@ -23,9 +23,8 @@
 //         12     4  checksum of the bytes 0 to 11 (FNV-1a)
 //         16     4  the word: who holds the lock (LockWord.h); the futex
 //         20     4  seal: all bits of the checksum inverted. Behind the word, so that a file that is cut off before or
-//         in
-//                   the word is not intact: lengthening it, which makes zeros of what is behind its end, has to come
-//                   before taking it
+//                   in the word is not intact: lengthening it, which makes zeros of what is behind its end, has to
+//                   come before taking it
 //         24    40  zero
 //         64   512  ids of the processes in the slots 0 to 127, for people only; slot 0 is nobody's
 //        576  3520  zero
@@ -99,8 +98,7 @@ class LockFile : private LmUncopyable {
   /// what is not intact but for the word. An empty file that is found at opening is a new one, not a damaged one.
   /// @param repaired  set when something was repaired; else untouched
   /// @return 0, when attempt() has to be called, or an error number: EUSERS when all slots are taken, EPROTONOSUPPORT
-  /// when
-  ///         the file is of another version, which is left alone
+  ///         when the file is of another version, whose contents are left alone
   int open(bool& repaired);
 
   /// Gives back the slot. Not while the lock is held.
@@ -135,6 +133,9 @@ class LockFile : private LmUncopyable {
   // So often the lock is taken before it is asked for again whether its file was removed: a call costs ten times as
   // much as locking.
   static constexpr unsigned USES = 64;
+  // So often all slots are found taken before they are: whoever asks whether a holder is dead has its slot for a
+  // moment.
+  static constexpr int LOOKS_FOR_A_SLOT = 5;
 
   static bool hasIntactHeader(const LockFilePage& page) {
     constexpr std::uint32_t CHECKSUM = checksumOf(MAGIC, VERSION, FILE_SIZE);
@@ -145,6 +146,11 @@ class LockFile : private LmUncopyable {
            page.seal.load(std::memory_order_relaxed) == ~CHECKSUM;
   }
   static Header headerOf(const LockFilePage& page);
+  static bool isOfAnotherVersion(std::uint32_t magic, std::uint32_t version, std::uint32_t fileSize,
+                                 std::uint32_t checksum) {
+    const bool isOurs = version == VERSION && fileSize == FILE_SIZE;
+    return magic == MAGIC && checksum == checksumOf(magic, version, fileSize) && !isOurs;
+  }
   static bool isNew(const LockFilePage& page);
   static void repairHeader(LockFilePage& page);
 
@@ -164,17 +170,20 @@ class LockFile : private LmUncopyable {
   int openIntact(bool& repaired);
   int openFile(bool wasLost, bool& repaired);
   int openCurrent(std::uint64_t& size);
+  int lengthen() const;
   int takeSlot();
+  int takeAnyByte();
   int lockByte(unsigned slot) const;
   void unlockByte(unsigned slot) const;
 
   SharedFile mFile;
   LockPage mPage;
   bool mIsJustOpened = false;  // and not looked at yet
-  unsigned mUsesLeft = 0;
-  unsigned mSlot = 0;  // 0: none
+  unsigned mUsesLeft = 0;      // 0 without a slot: mMine is nobody's then, or somebody else's
+  unsigned mSlot = 0;          // 0: none
   std::uint32_t mMine = LockWord::FREE;
   std::uint32_t mProcess = 0;
+  std::uint32_t mFormerProcess = 0;      // that had the slot before
   std::uint32_t mSeen = LockWord::FREE;  // the word that attempt() found held
 };
 

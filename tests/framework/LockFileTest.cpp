@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <unistd.h>
@@ -6,9 +7,13 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdarg>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,6 +25,22 @@
 namespace {
 
 using Attempt = LockFile::Attempt;
+
+// Runs after each call that locks or unlocks bytes of a file, but not after those that it makes itself.
+std::function<void(const struct flock& range, int result)> gAfterFcntl;
+
+int callFcntl(int (*real)(int, int, ...), int descriptor, int command, void* argument) {
+  const int result = real(descriptor, command, argument);
+  if (command == F_OFD_SETLK && gAfterFcntl) {
+    const int error = errno;
+    const auto hook = std::move(gAfterFcntl);
+    gAfterFcntl = nullptr;
+    hook(*static_cast<const struct flock*>(argument), result);
+    gAfterFcntl = hook;
+    errno = error;
+  }
+  return result;
+}
 
 constexpr char NAME[] = "LmLock.File";
 constexpr std::size_t WORD = 16;
@@ -52,11 +73,51 @@ struct AnOpenLockFile : testing::Test {
     return value;
   }
 
-  static void setWord(std::uint32_t value) {
+  static void setWord(std::uint32_t value) { setField(WORD, value); }
+
+  static std::uint32_t processIn(unsigned slot) {
+    std::uint32_t value = 0;
+    std::memcpy(&value, sharedContents(NAME).data() + offsetOfProcess(slot), sizeof value);
+    return value;
+  }
+
+  static void setProcessIn(unsigned slot, std::uint32_t value) { setField(offsetOfProcess(slot), value); }
+
+  static std::size_t offsetOfProcess(unsigned slot) {
+    return offsetof(LockFilePage, processes) + slot * sizeof(std::uint32_t);
+  }
+
+  static void setField(std::size_t offset, std::uint32_t value) {
     std::string page = sharedContents(NAME);
-    std::memcpy(&page[WORD], &value, sizeof value);
+    std::memcpy(&page[offset], &value, sizeof value);
     overwriteShared(NAME, page);
   }
+
+  // A child that waits until it is woken.
+  static std::unique_ptr<ChildProcess> sleeper() {
+    auto child = std::make_unique<ChildProcess>([] {
+      LockFile file(NAME);
+      bool repaired = false;
+      if (file.open(repaired) != 0 || attempt(file) != Attempt::HELD) {
+        return 1;
+      }
+      file.wait(std::chrono::hours(1));
+      return 0;
+    });
+    EXPECT_TRUE(eventually([&] { return (word() & LockWord::WAITERS) != 0 && sleepsOnAFutex(child->pid()); }));
+    return child;
+  }
+
+  // What it does when it has nothing to read but the word: the call, or as much of it as the kernel tells.
+  static bool sleepsOnAFutex(pid_t process) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+    std::string stat;
+    std::getline(file, stat);
+    const std::size_t end = stat.rfind(')');
+    return end != std::string::npos && stat.compare(end, 3, ") S") == 0;
+  }
+
+  ~AnOpenLockFile() override { gAfterFcntl = nullptr; }
 
   LockFile mine{NAME};
   LockFile other{NAME};
@@ -140,6 +201,106 @@ TEST_F(AnOpenLockFile, IsTakenFromADeadHolderOnce) {
   EXPECT_EQ(Attempt::TAKEN, attempt(third));
 }
 
+TEST_F(AnOpenLockFile, KeepsTheSlotOfTheDeadFromBeingUsedUntilItIsTaken) {
+  LockFile newcomer(NAME);
+  ASSERT_TRUE(mine.tryTake());
+  die(mine);
+  bool probed = false;
+  gAfterFcntl = [&](const struct flock& range, int result) {
+    if (range.l_type == F_WRLCK && result == 0) {
+      probed = true;
+      open(newcomer);
+    }
+  };
+
+  EXPECT_EQ(Attempt::TAKEN_FROM_THE_DEAD, attempt(other));
+
+  EXPECT_TRUE(probed);
+  EXPECT_EQ(Attempt::HELD, attempt(newcomer));
+  EXPECT_TRUE(other.give());
+  ASSERT_TRUE(newcomer.tryTake());
+  EXPECT_EQ(LockWord::heldBy(3), word());
+}
+
+TEST_F(AnOpenLockFile, IsTakenFromTheDeadBeforeTheSlotCanBeUsedAgain) {
+  LockFile newcomer(NAME);
+  ASSERT_TRUE(mine.tryTake());
+  die(mine);
+  Attempt byNewcomer = Attempt::CHANGED;
+  gAfterFcntl = [&](const struct flock& range, int) {
+    if (range.l_type == F_UNLCK) {
+      open(newcomer);
+      byNewcomer = attempt(newcomer);
+    }
+  };
+
+  EXPECT_EQ(Attempt::TAKEN_FROM_THE_DEAD, attempt(other));
+
+  EXPECT_EQ(Attempt::HELD, byNewcomer);
+  EXPECT_TRUE(other.give());
+  ASSERT_TRUE(newcomer.tryTake());
+  EXPECT_EQ(LockWord::heldBy(1), word());
+}
+
+TEST_F(AnOpenLockFile, NamesWhoHasASlotAsSoonAsHeHasIt) {
+  setProcessIn(3, 4711);
+  LockFile third(NAME);
+
+  open(third);
+
+  EXPECT_EQ(static_cast<std::uint32_t>(getpid()), processIn(3));
+}
+
+TEST_F(AnOpenLockFile, NamesTheDeadHolderToWhoGetsItsSlot) {
+  setProcessIn(3, 4711);
+  setWord(LockWord::heldBy(3));
+  LockFile third(NAME);
+  open(third);
+  std::uint32_t holder = 0;
+
+  EXPECT_EQ(Attempt::TAKEN_FROM_THE_DEAD, third.attempt(false, holder));
+
+  EXPECT_EQ(4711U, holder);
+}
+
+TEST_F(AnOpenLockFile, WakesWhoWaitsWhenItIsGivenBack) {
+  ASSERT_TRUE(mine.tryTake());
+  const auto waiter = sleeper();
+
+  EXPECT_TRUE(mine.give());
+
+  EXPECT_EQ(0, waiter->wait());
+}
+
+TEST_F(AnOpenLockFile, WakesAllWhoWaitWhenGarbageIsGivenBack) {
+  ASSERT_TRUE(mine.tryTake());
+  const auto waiter = sleeper();
+  const auto another = sleeper();
+  setWord(0x12345678);
+
+  EXPECT_FALSE(mine.give());
+
+  EXPECT_EQ(0, waiter->wait());
+  EXPECT_EQ(0, another->wait());
+}
+
+// Where it has lost its slot with the file, the word that it used to write is somebody else's.
+TEST_F(AnOpenLockFile, LostTogetherWithItsFileIsNotTakenWithoutASlot) {
+  ASSERT_TRUE(mine.tryTake());
+  setWord(0x12345678);
+  std::filesystem::remove(sharedPath(NAME));
+  EXPECT_FALSE(mine.tryGive());
+  EXPECT_FALSE(mine.give());
+
+  EXPECT_FALSE(mine.tryTake());
+
+  open(mine);
+  EXPECT_TRUE(mine.tryTake());
+  LockFile newcomer(NAME);
+  open(newcomer);
+  EXPECT_EQ(Attempt::HELD, attempt(newcomer));
+}
+
 TEST_F(AnOpenLockFile, GivesFreedSlotsAway) {
   die(mine);
   LockFile next(NAME);
@@ -168,6 +329,33 @@ TEST_F(AnOpenLockFile, HasRoomFor127) {
   files.pop_back();
   EXPECT_EQ(0, oneTooMany.open(repaired));
   EXPECT_TRUE(oneTooMany.tryTake());
+}
+
+// Who asks whether a holder has died has its byte for a moment.
+TEST_F(AnOpenLockFile, HasRoomForWhoComesWhileTheLastSlotIsProbed) {
+  std::vector<std::unique_ptr<LockFile>> files;
+  for (unsigned slot = 3; slot <= LockWord::SLOTS; ++slot) {
+    files.push_back(std::make_unique<LockFile>(NAME));
+    open(*files.back());
+  }
+  ASSERT_TRUE(mine.tryTake());
+  die(mine);
+  LockFile prober(NAME);
+  LockFile newcomer(NAME);
+  open(prober);  // of all that it does, only that it has the byte counts here
+  bool released = false;
+  gAfterFcntl = [&](const struct flock& range, int) {
+    if (!released && range.l_type == F_WRLCK && range.l_start == LockWord::SLOTS) {
+      released = true;
+      prober.close();
+    }
+  };
+
+  bool repaired = false;
+  EXPECT_EQ(0, newcomer.open(repaired));
+
+  EXPECT_TRUE(released);
+  EXPECT_EQ(Attempt::TAKEN_FROM_THE_DEAD, attempt(newcomer));
 }
 
 TEST_F(AnOpenLockFile, WithAnImpossibleWordIsTakenFromGarbage) {
@@ -292,6 +480,21 @@ TEST_F(AnOpenLockFile, IsNotOpenInAForkedChild) {
   EXPECT_TRUE(mine.tryTake());
 }
 
+TEST_F(AnOpenLockFile, KnowsNothingInAForkedChildOfACutThatWasRepaired) {
+  std::filesystem::resize_file(sharedPath(NAME), 0);
+  ASSERT_FALSE(mine.tryTake());
+  bool repaired = false;
+  ASSERT_EQ(0, other.open(repaired));
+  ASSERT_TRUE(repaired);
+
+  ChildProcess child([this] {
+    bool repairedAgain = false;
+    return mine.open(repairedAgain) == 0 && !repairedAgain && mine.tryTake() && mine.tryGive() ? 0 : 1;
+  });
+
+  EXPECT_EQ(0, child.wait());
+}
+
 TEST_F(AnOpenLockFile, KnowsAHolderThatWasKilledButNotReaped) {
   const SharedValue<std::atomic<bool>> held;
   ChildProcess holder([&] {
@@ -310,3 +513,22 @@ TEST_F(AnOpenLockFile, KnowsAHolderThatWasKilledButNotReaped) {
 }
 
 }  // namespace
+
+extern "C" {
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+int __real_fcntl(int descriptor, int command, ...);
+int __real_fcntl64(int descriptor, int command, ...);
+
+#define WRAP(name)                                                   \
+  int __wrap_##name(int descriptor, int command, ...) {              \
+    va_list arguments;                                               \
+    va_start(arguments, command);                                    \
+    void* argument = va_arg(arguments, void*);                       \
+    va_end(arguments);                                               \
+    return callFcntl(&__real_##name, descriptor, command, argument); \
+  }
+WRAP(fcntl)
+WRAP(fcntl64)
+#undef WRAP
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+}

@@ -21,3 +21,8 @@ lm_add_tests(lock_page_tests
 foreach(call pwrite pwrite64)
   target_link_options(shared_memory_tests PRIVATE -Wl,--wrap=${call})
 endforeach()
+
+# LockFileTest does things between two of a lock's calls.
+foreach(call fcntl fcntl64)
+  target_link_options(shared_memory_tests PRIVATE -Wl,--wrap=${call})
+endforeach()
