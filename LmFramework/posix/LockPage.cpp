@@ -56,22 +56,51 @@ struct LockPageSignals {
     return false;
   }
 
+  // Whether the former handler has passed it on to this one, and so on: each time deeper in the stack. One that jumps
+  // out of its handler instead comes from above again, sooner or later.
+  static bool goesRound() {
+    const auto thread = static_cast<long>(syscall(SYS_gettid));
+    const auto frame = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+    const bool isDeeper = sLastThread.exchange(thread, std::memory_order_relaxed) == thread &&
+                          frame < sLastFrame.load(std::memory_order_relaxed);
+    sLastFrame.store(frame, std::memory_order_relaxed);
+    sRounds.store(isDeeper ? sRounds.load(std::memory_order_relaxed) + 1 : 0, std::memory_order_relaxed);
+    return sRounds.load(std::memory_order_relaxed) >= MAX_ROUNDS;
+  }
+
   static void passOn(int signal, siginfo_t* info, void* context) {
-    if ((gFormer.sa_flags & SA_SIGINFO) != 0) {
+    if (goesRound()) {
+      dieOf(signal, info);
+    } else if ((gFormer.sa_flags & SA_SIGINFO) != 0) {
       gFormer.sa_sigaction(signal, info, context);
     } else if (gFormer.sa_handler != SIG_DFL && gFormer.sa_handler != SIG_IGN) {
       gFormer.sa_handler(signal);
     } else if (info->si_code > 0 || gFormer.sa_handler == SIG_DFL) {
-      // The process dies as it would have without us: of the access, which is made again, or of the signal sent again.
-      struct sigaction standard = {};
-      standard.sa_handler = SIG_DFL;
-      sigaction(signal, &standard, nullptr);
-      if (info->si_code <= 0) {
-        raise(signal);
-      }
+      dieOf(signal, info);
     }
   }
+
+  // As it would have without us: of the access, which is made again, or of the signal sent again.
+  static void dieOf(int signal, const siginfo_t* info) {
+    struct sigaction standard = {};
+    standard.sa_handler = SIG_DFL;
+    sigaction(signal, &standard, nullptr);
+    if (info->si_code <= 0) {
+      raise(signal);
+    }
+  }
+
+  static constexpr unsigned MAX_ROUNDS = 16;
+
+  // Of whatever thread passed on last: where several do at once, they only take longer to find out.
+  static std::atomic<long> sLastThread;
+  static std::atomic<std::uintptr_t> sLastFrame;
+  static std::atomic<unsigned> sRounds;
 };
+
+std::atomic<long> LockPageSignals::sLastThread{0};
+std::atomic<std::uintptr_t> LockPageSignals::sLastFrame{0};
+std::atomic<unsigned> LockPageSignals::sRounds{0};
 
 LockPage::LockPage() : mEntry(newEntry()) {}
 
@@ -106,7 +135,8 @@ void LockPage::handleBusErrors() {
   struct sigaction action = {};
   sigaction(SIGBUS, nullptr, &gFormer);  // it has to be known before ours can run
   action.sa_sigaction = &LockPageSignals::handle;
-  action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_RESTART;
+  action.sa_mask = gFormer.sa_mask;
+  action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_RESTART | (gFormer.sa_flags & SA_NODEFER);
   static_cast<void>(sigaction(SIGBUS, &action, &gFormer));
 }
 
@@ -143,6 +173,7 @@ void LockPage::childAfterFork() {
       entry->page.store(nullptr, std::memory_order_relaxed);
       munmap(page, LockFile::FILE_SIZE);
     }
+    entry->isLost.store(false, std::memory_order_relaxed);
   }
   gMutex.unlock();
 }

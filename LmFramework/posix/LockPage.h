@@ -17,6 +17,11 @@ struct LockFilePage;
 /// must not block SIGBUS, and a program that installs a handler of its own later has to pass on to the former one what
 /// it does not know.
 ///
+/// The former handler runs with its own signals blocked, and interrupted as it wanted to be (SA_NODEFER); what else it
+/// asked for does not apply, and it is not taken out after the first time (SA_RESETHAND). A program that installs it
+/// again after the first lock() has two handlers that pass on to each other; after some rounds the process is killed by
+/// the signal, as it is where nobody handles it.
+///
 /// fork() unmaps the page in the child.
 class LockPage : private LmUncopyable {
  public:

@@ -2,6 +2,7 @@
 // What the process does when a bus error comes: each case is a child that maps its first lock.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <setjmp.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -27,6 +28,24 @@ void handleBy(void (*handler)(int)) {
   action.sa_handler = handler;
   sigaction(SIGBUS, &action, nullptr);
 }
+
+struct sigaction gProgramsFormer;
+
+// What a program does that wants to be sure: its handler goes in again, and passes on what it does not know.
+void handleAndPassOn() {
+  struct sigaction action = {};
+  action.sa_flags = SA_SIGINFO;
+  action.sa_sigaction = [](int number, siginfo_t* info, void* context) {
+    if ((gProgramsFormer.sa_flags & SA_SIGINFO) != 0) {
+      gProgramsFormer.sa_sigaction(number, info, context);
+    } else if (gProgramsFormer.sa_handler == SIG_DFL) {
+      handleBy(SIG_DFL);
+    }
+  };
+  sigaction(SIGBUS, &action, &gProgramsFormer);
+}
+
+sigjmp_buf gAfterTheAccess;
 
 void useALock() {
   const LmSharedSyncObject lock("First");
@@ -98,6 +117,54 @@ TEST(ABusErrorOfTheProgram, KillsItEvenWhenItWasIgnored) {
   });
 
   EXPECT_EQ(-SIGBUS, child.wait());
+}
+
+TEST(ABusErrorOfTheProgram, KillsItWhenTwoHandlersPassItOnToEachOther) {
+  ChildProcess child([] {
+    handleAndPassOn();
+    useALock();
+    handleAndPassOn();
+    causeABusError();
+    return 1;
+  });
+
+  EXPECT_EQ(-SIGBUS, child.wait());
+}
+
+TEST(ABusErrorOfTheProgram, MayBeJumpedOutOfAsOftenAsItComes) {
+  constexpr int TIMES = 100;
+  ChildProcess child([] {
+    handleBy([](int) { siglongjmp(gAfterTheAccess, 1); });
+    useALock();
+    for (volatile int i = 0; i < TIMES; i = i + 1) {
+      if (sigsetjmp(gAfterTheAccess, 1) == 0) {
+        causeABusError();
+        return 1;
+      }
+    }
+    return PASSED_ON;
+  });
+
+  EXPECT_EQ(PASSED_ON, child.wait());
+}
+
+TEST(ABusErrorOfTheProgram, IsHandledWithTheSignalsBlockedThatItsHandlerAskedFor) {
+  ChildProcess child([] {
+    struct sigaction action = {};
+    sigaddset(&action.sa_mask, SIGUSR1);
+    action.sa_flags = SA_NODEFER;
+    action.sa_handler = [](int) {
+      sigset_t blocked;
+      sigprocmask(SIG_SETMASK, nullptr, &blocked);
+      _exit(sigismember(&blocked, SIGUSR1) == 1 && sigismember(&blocked, SIGBUS) == 0 ? PASSED_ON : 1);
+    };
+    sigaction(SIGBUS, &action, nullptr);
+    useALock();
+    causeABusError();
+    return 1;
+  });
+
+  EXPECT_EQ(PASSED_ON, child.wait());
 }
 
 TEST(ABusErrorThatSomebodySent, KillsWhereNobodyHandlesIt) {
