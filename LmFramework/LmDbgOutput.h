@@ -19,7 +19,7 @@ class LM_FRAMEWORK_API LmDbgOutput {
  public:
   /// Takes one finished line without its newline. `line` is valid during the call only. It runs with the
   /// log's mutex held: it must not print through this class, directly or not, nor change the sink, nor
-  /// fork, and it must not throw.
+  /// make, use or destroy an LmSharedSyncObject, nor fork, and it must not throw.
   using Sink = void (*)(void* context, const char* line);
 
   LmDbgOutput() = delete;

@@ -18,7 +18,8 @@ namespace {
 // Where shm_open has its objects; the nameless file must be on the same file system to be given its name.
 constexpr char FOLDER[] = "/dev/shm";
 constexpr std::size_t FOLDER_SIZE = sizeof FOLDER - 1;
-constexpr mode_t MODE = 0664;
+// Nothing for others: whoever may open a lock's file, even only for reading, can lock bytes of it and so hold it up.
+constexpr mode_t MODE = 0660;
 constexpr mode_t ALL_MODE_BITS = 07777;
 // How often it may be made or removed by somebody else between two steps of open() before that is an error.
 constexpr int MAX_ATTEMPTS = 100;
@@ -115,6 +116,18 @@ void restoreMode(int descriptor, const struct stat& status) {
   }
 }
 
+// A process may have closed a standard stream, and would read or write the file where it means the stream.
+int moveAboveStreams(int& descriptor) {
+  if (descriptor > STDERR_FILENO) {
+    return 0;
+  }
+  const int above = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int error = above == -1 ? errno : 0;
+  ::close(descriptor);
+  descriptor = above;
+  return error;
+}
+
 }  // namespace
 
 SharedFile::SharedFile(const std::string& name) : mPath(std::string(FOLDER) + '/' + name) { installForkHandlers(); }
@@ -131,7 +144,10 @@ int SharedFile::open(const Contents& contents) {
   // Held while the descriptor exists but is not recorded: a child must not inherit one that it does not know of.
   std::lock_guard<std::mutex> guard(gOpenFilesMutex);
   int descriptor = -1;
-  const int error = openOrMake(mPath.c_str(), contents, descriptor);
+  int error = openOrMake(mPath.c_str(), contents, descriptor);
+  if (error == 0) {
+    error = moveAboveStreams(descriptor);
+  }
   if (error != 0) {
     return error;
   }

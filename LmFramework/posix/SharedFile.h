@@ -12,11 +12,11 @@
 
 /// A file of the port's own in the shared-memory folder, which all processes of the unit share.
 ///
-/// It has mode 0664 whatever the umask, and has its first contents before it has its name; only where the
+/// It has mode 0660 whatever the umask, and has its first contents before it has its name; only where the
 /// kernel cannot make a file without a name, or /proc is missing, others may see it empty for a moment, and whoever
 /// dies in that moment leaves it so. Its owner sets the mode right whenever it opens it. Once made it is never
-/// removed here. Reading and writing is by calls alone: a load from a mapping kills the process when somebody cuts
-/// the file short.
+/// removed here. Reading and writing is by calls: a load from a mapping kills the process when somebody cuts the file
+/// short (LockPage has a way out of that). No descriptor is one of a standard stream.
 ///
 /// Used by one thread at a time. fork() closes the descriptor in the child, so that a lock on the open file
 /// remains the parent's alone and ends with it.

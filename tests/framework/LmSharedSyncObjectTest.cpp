@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "LmFramework/SharedMemory/LmSharedSyncObject.h"
+#include "LmFramework/posix/LockFile.h"
 #include "framework/SharedMemoryTesting.h"
 #include "support/ChildProcess.h"
 #include "support/LogCapture.h"
@@ -62,6 +63,13 @@ void takeSoOftenThatTheFileIsLookedAt(const LmSharedSyncObject& lock) {
     ASSERT_TRUE(lock.lock());
     ASSERT_TRUE(lock.unlock());
   }
+}
+
+// Somebody else than the holder has begun to wait; it is said in the word's highest bit.
+bool isAwaited(const char* name) {
+  constexpr std::size_t WORD_LAST = 19;
+  const std::string contents = sharedContents(std::string("LmLock.") + name);
+  return contents.size() > WORD_LAST && (contents[WORD_LAST] & 0x80) != 0;
 }
 
 int lockOnce(const char* name) {
@@ -118,16 +126,14 @@ TEST(ALockBetweenProcesses, IsWaitedForUntilItsHolderGivesItBack) {
 
 TEST(ALockBetweenProcesses, IsWaitedForThroughSignals) {
   const LmSharedSyncObject lock("Signalled");
-  const SharedValue<std::atomic<bool>> ready;
   lock.lock();
-  ChildProcess waiter([&ready] {
+  ChildProcess waiter([] {
     struct sigaction action = {};
     action.sa_handler = [](int) {};
     sigaction(SIGUSR1, &action, nullptr);  // without SA_RESTART
-    ready->store(true);
     return lockOnce("Signalled");
   });
-  ASSERT_TRUE(eventually([&] { return ready->load(); }));
+  ASSERT_TRUE(eventually([] { return isAwaited("Signalled"); }));
 
   for (int i = 0; i < 50; ++i) {
     waiter.signal(SIGUSR1);
@@ -254,12 +260,8 @@ TEST(AKilledHolder, GivesTheLockToTheNextWithOneLogLine) {
 
 TEST(AKilledHolder, GivesTheLockToOneThatWaits) {
   Holder holder("KilledWaited");
-  const SharedValue<std::atomic<bool>> ready;
-  ChildProcess waiter([&ready] {
-    ready->store(true);
-    return lockOnce("KilledWaited");
-  });
-  ASSERT_TRUE(eventually([&] { return ready->load(); }));
+  ChildProcess waiter([] { return lockOnce("KilledWaited"); });
+  ASSERT_TRUE(eventually([] { return isAwaited("KilledWaited"); }));
 
   holder.kill();
 
@@ -283,7 +285,7 @@ TEST(AKilledHolder, GivesTheLockToOneOfManyThatWait) {
       return lock.unlock() ? 0 : 1;
     }));
   }
-  ASSERT_TRUE(eventually([&] { return ready->load() == PROCESSES; }));
+  ASSERT_TRUE(eventually([&] { return ready->load() == PROCESSES && isAwaited("KilledMany"); }));
 
   holder.kill();
 
@@ -369,6 +371,7 @@ TEST(AThreadThatEndsWhileItHoldsTheLock, LeavesItToThreadsAndProcessesThatWait) 
   });
   ASSERT_TRUE(eventually([&] { return held.load(); }));
   ChildProcess process([] { return lockOnce("EndedWaited"); });
+  ASSERT_TRUE(eventually([] { return isAwaited("EndedWaited"); }));
   std::thread thread([&] {
     lock.lock();
     lock.unlock();
@@ -435,7 +438,7 @@ TEST(ManyProcessesAtOnce, MakeOneFileThatAllMayOpen) {
       }
       const LmSharedSyncObject lock("Race");
       const bool locked = lock.lock();
-      return locked && sharedMode("LmLock.Race") == 0664 && lock.unlock() ? 0 : 1;
+      return locked && sharedMode("LmLock.Race") == 0660 && lock.unlock() ? 0 : 1;
     }));
   }
 
@@ -444,7 +447,7 @@ TEST(ManyProcessesAtOnce, MakeOneFileThatAllMayOpen) {
   for (auto& child : children) {
     EXPECT_EQ(0, child->wait());
   }
-  EXPECT_EQ(0664U, sharedMode("LmLock.Race"));
+  EXPECT_EQ(0660U, sharedMode("LmLock.Race"));
 }
 
 TEST(AForkWhileTheLockIsHeld, LeavesItToTheParentAlone) {
@@ -591,12 +594,8 @@ TEST(ALockFile, FullOfGarbageIsRepairedWithOneLogLine) {
 TEST(ALockFile, FilledWithGarbageWhileItIsWaitedForIsRepairedByWhoWaits) {
   const LmSharedSyncObject lock("GarbageWaited");
   lock.lock();
-  const SharedValue<std::atomic<bool>> ready;
-  ChildProcess waiter([&ready] {
-    ready->store(true);
-    return lockOnce("GarbageWaited");
-  });
-  ASSERT_TRUE(eventually([&] { return ready->load(); }));
+  ChildProcess waiter([] { return lockOnce("GarbageWaited"); });
+  ASSERT_TRUE(eventually([] { return isAwaited("GarbageWaited"); }));
 
   overwriteShared("LmLock.GarbageWaited", std::string(LOCK_FILE_SIZE, '\x5A'));
 
@@ -620,7 +619,7 @@ TEST(ALockFile, OfAnotherVersionIsLeftAlone) {
 
   EXPECT_EQ(1U, log.lines().size());
   EXPECT_EQ(1U, log.count("Newer: no lock on its file (Protocol not supported)"));
-  EXPECT_EQ(other, sharedContents("LmLock.Newer").substr(0, 16));
+  EXPECT_EQ(other, sharedContents("LmLock.Newer"));
 }
 
 TEST(ALockFile, ThatWasRemovedIsMadeAgain) {
@@ -642,12 +641,8 @@ TEST(ALockFile, ThatWasRemovedIsMadeAgain) {
 TEST(ALockFile, RemovedWhileItIsWaitedForIsLeftByWhoWaits) {
   const LmSharedSyncObject lock("RemovedWaited");
   lock.lock();
-  const SharedValue<std::atomic<bool>> ready;
-  ChildProcess waiter([&ready] {
-    ready->store(true);
-    return lockOnce("RemovedWaited");
-  });
-  ASSERT_TRUE(eventually([&] { return ready->load(); }));
+  ChildProcess waiter([] { return lockOnce("RemovedWaited"); });
+  ASSERT_TRUE(eventually([] { return isAwaited("RemovedWaited"); }));
 
   std::filesystem::remove(sharedPath("LmLock.RemovedWaited"));
 
@@ -697,6 +692,44 @@ TEST(ALockWhoseFileCannotBeOpened, StillExcludesTheThreadsOfTheProcess) {
   EXPECT_EQ(1U, log.count("Folder: no lock on its file"));
 }
 
+TEST(ALockWhosePlacesAreAllTaken, IsALockOfThisProcessOnlyUntilOneIsFree) {
+  std::vector<std::unique_ptr<LockFile>> files;
+  for (unsigned slot = 1; slot <= LockWord::SLOTS; ++slot) {
+    files.push_back(std::make_unique<LockFile>("LmLock.Full"));
+    bool repaired = false;
+    ASSERT_EQ(0, files.back()->open(repaired));
+  }
+  const LogCapture log;
+  const LmSharedSyncObject lock("Full");
+
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_FALSE(lock.lock());
+    EXPECT_TRUE(lock.unlock());
+  }
+  EXPECT_EQ(1U, log.lines().size());
+  EXPECT_EQ(1U, log.count("Full: no lock on its file"));
+
+  files.pop_back();
+  EXPECT_TRUE(lock.lock());
+  EXPECT_FALSE(lockFileIsFree("LmLock.Full"));
+  EXPECT_TRUE(lock.unlock());
+}
+
+// Nobody is woken then; whoever sleeps looks by himself.
+TEST(AWaiter, WhoseMarkIsWipedOutOfTheWordGetsTheLockAllTheSame) {
+  const LmSharedSyncObject lock("Unmarked");
+  lock.lock();
+  ChildProcess waiter([] { return lockOnce("Unmarked"); });
+  ASSERT_TRUE(eventually([] { return isAwaited("Unmarked"); }));
+  std::string page = sharedContents("LmLock.Unmarked");
+  page[19] = static_cast<char>(page[19] & 0x7F);
+  overwriteShared("LmLock.Unmarked", page);
+
+  EXPECT_TRUE(lock.unlock());
+
+  EXPECT_EQ(0, waiter.wait());
+}
+
 TEST(ALockWhoseFileCannotBeOpened, TriesItAgainEachTime) {
   std::filesystem::create_directory(sharedPath("LmLock.Later"));
   const LogCapture log;
@@ -732,5 +765,5 @@ TEST(ANameOf200Bytes, IsALock) {
 
   EXPECT_EQ(0, lockOnce(name.c_str()));
 
-  EXPECT_EQ(0664U, sharedMode("LmLock." + name));
+  EXPECT_EQ(0660U, sharedMode("LmLock." + name));
 }

@@ -150,7 +150,7 @@ TEST_F(ARing, HasTheBytesOfItsDrawing) {
   EXPECT_EQ(9U, fieldAt<std::uint32_t>(bytes, second + 16));
   EXPECT_EQ(64U, fieldAt<std::uint32_t>(bytes, second + 20));
   EXPECT_EQ(std::string(64, 'z'), bytes.substr(second + 24, 64));
-  EXPECT_EQ(0664U, sharedMode(NotifierRing::NAME));
+  EXPECT_EQ(0660U, sharedMode(NotifierRing::NAME));
 }
 
 TEST_F(ARing, KeepsTheLast256Messages) {

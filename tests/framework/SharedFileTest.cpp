@@ -27,7 +27,26 @@ TEST(AFileThatIsNotThere, IsMadeWithItsContents) {
   umask(former);
   EXPECT_TRUE(file.isCurrent());
   EXPECT_EQ(std::string("hello\0\0\0", 8), sharedContents("New"));
-  EXPECT_EQ(0664U, sharedMode("New"));
+  EXPECT_EQ(0660U, sharedMode("New"));
+}
+
+// What is written to standard error must not go into a file.
+TEST(AFile, HasNoDescriptorOfAStandardStream) {
+  ChildProcess child([] {
+    close(STDIN_FILENO);
+    close(STDOUT_FILENO);
+    close(STDERR_FILENO);
+    SharedFile made("Streams");
+    SharedFile opened("Streams");
+    if (made.open(HELLO) != 0 || opened.open(HELLO) != 0) {
+      return 1;
+    }
+    const bool areFree = fcntl(STDIN_FILENO, F_GETFD) == -1 && fcntl(STDERR_FILENO, F_GETFD) == -1;
+    const bool closeOnExec = (fcntl(opened.descriptor(), F_GETFD) & FD_CLOEXEC) != 0;
+    return areFree && closeOnExec && made.descriptor() > STDERR_FILENO && opened.descriptor() > STDERR_FILENO ? 0 : 2;
+  });
+
+  EXPECT_EQ(0, child.wait());
 }
 
 TEST(AFileThatIsThere, IsLeftAsItIs) {
@@ -46,7 +65,7 @@ TEST(AFileOfItsOwnWithAnotherMode, GetsItsModeBack) {
 
   EXPECT_EQ(0, SharedFile("Half").open(HELLO));
 
-  EXPECT_EQ(0664U, sharedMode("Half"));
+  EXPECT_EQ(0660U, sharedMode("Half"));
 }
 
 TEST(ARemovedFile, IsNotCurrent) {

@@ -66,7 +66,7 @@ TEST_F(ASharedFileMadeUnderItsName, HasItsContentsAndItsMode) {
 
   EXPECT_THAT(recorder.take(), ElementsAre("open shm", "fchmod ?", "fstat ?"));
   EXPECT_EQ(sharedContents("Named"), std::string("hello\0\0\0", 8));
-  EXPECT_EQ(sharedMode("Named"), 0664U);
+  EXPECT_EQ(sharedMode("Named"), 0660U);
 }
 
 TEST_F(ASharedFileMadeUnderItsName, IsRemovedWhenItCannotBeFinished) {
