@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Garbage of every kind is written into the file of a lock while processes lock and give back, others wait, and others
-// that have used the lock are asleep. Nobody may crash or hang, and two may be inside at once only if one of them has
-// been inside, or coming in, while garbage was written.
+// Garbage of every kind is written into the file of a lock, and the file removed, while processes lock and give back,
+// others wait, and others that have used the lock are asleep. Nobody may crash or hang, or count as dead, and two may
+// be inside at once only if one of them has been inside, or coming in, while garbage was written, or has not yet had
+// the time to find the file removed.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/types.h>
@@ -14,6 +15,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <random>
 #include <string>
 #include <system_error>
@@ -35,6 +37,9 @@ constexpr unsigned WORKERS = 4;
 constexpr unsigned SLEEPERS = 40;
 constexpr std::int64_t WATCHDOG_NS = 4'000'000'000;
 constexpr unsigned ALL_MUST_LOCK_EVERY = 100;
+constexpr unsigned REMOVED_EVERY = 20;
+// After so many holds a removed file has been left.
+constexpr std::uint32_t HOLDS_TO_LEAVE = 70;
 constexpr unsigned MAX_FINDINGS = 20;
 // How many random words are tried on the check beside each page that is written, and how often they should pass for a
 // holder at most: 2^24 words have one. Thrice that, and ten more, is no chance.
@@ -42,7 +47,7 @@ constexpr unsigned WORDS_FOR_A_PAGE = 1000;
 constexpr std::uint64_t WORDS_FOR_A_HOLDER = std::uint64_t{1} << 24;
 
 struct Shared {
-  // Odd while garbage is being written.
+  // Odd while garbage is being written, and while some may still use a removed file.
   std::atomic<std::uint32_t> epoch{0};
   // The worker inside, counted from 1, and the epoch in which it began to lock; 0: nobody.
   std::atomic<std::uint64_t> inside{0};
@@ -69,6 +74,9 @@ void work(Shared& shared, unsigned number, const SharedFindings& findings) {
     // No garbage has been written since both began to lock, so nothing can have happened to either hold.
     if (former != 0 && epoch % 2 == 0 && former >> 32 == epoch && shared.epoch == epoch) {
       findings.add("two are inside at once, and no garbage has come since they began to lock");
+    }
+    if (log.deaths() != 0) {
+      findings.add("somebody counts as dead, and nobody has died");
     }
     if (random() % 16 == 0) {
       pauseFor(std::chrono::microseconds(20));
@@ -100,12 +108,7 @@ void sleepWithASlot(Shared& shared) {
 /// Writes garbage into the lock's file.
 class Vandal {
  public:
-  explicit Vandal(std::mt19937& random) : mRandom(random) {
-    mFile = open(sharedPath(FILE_NAME).c_str(), O_RDWR | O_CLOEXEC);
-    if (mFile == -1) {
-      throw std::system_error(errno, std::generic_category(), FILE_NAME);
-    }
-  }
+  explicit Vandal(std::mt19937& random) : mRandom(random) { openFile(); }
   ~Vandal() { close(mFile); }
   Vandal(const Vandal&) = delete;
   Vandal& operator=(const Vandal&) = delete;
@@ -134,10 +137,30 @@ class Vandal {
     }
   }
 
+  /// Has whoever holds the lock lose it together with the file.
+  void remove() const {
+    const std::uint32_t garbage = 0x12345678;
+    write(WORD, &garbage, sizeof garbage);
+    std::filesystem::remove(sharedPath(FILE_NAME));
+  }
+
+  /// The next strikes hit the file that has been made again.
+  void follow() {
+    close(mFile);
+    openFile();
+  }
+
   std::uint64_t words() const { return mWords; }
   std::uint64_t passed() const { return mPassed; }
 
  private:
+  void openFile() {
+    mFile = open(sharedPath(FILE_NAME).c_str(), O_RDWR | O_CLOEXEC);
+    if (mFile == -1) {
+      throw std::system_error(errno, std::generic_category(), FILE_NAME);
+    }
+  }
+
   void writeRandomBytes() {
     std::array<std::uint32_t, LockFile::FILE_SIZE / 4> page = {};
     for (std::uint32_t& word : page) {
@@ -206,6 +229,8 @@ class Crowd {
     return eventually([this] { return mShared.asleep == SLEEPERS && locksSince({}, WORKERS); });
   }
 
+  static constexpr std::uint32_t ONE_FROM_ITS_BEGINNING = 2;  // another may have begun before
+
   using Holds = std::array<std::uint32_t, WORKERS>;
   Holds holds() const {
     Holds now = {};
@@ -215,11 +240,11 @@ class Crowd {
     return now;
   }
 
-  /// Whether so many have had the lock, from beginning to end, since they had had it as often as that.
-  bool locksSince(const Holds& before, unsigned wanted) const {
+  /// Whether so many have had the lock so often since they had had it as often as that.
+  bool locksSince(const Holds& before, unsigned wanted, std::uint32_t times = ONE_FROM_ITS_BEGINNING) const {
     unsigned locked = 0;
     for (unsigned number = 0; number < WORKERS; ++number) {
-      locked += mShared.holds[number] - before[number] >= 2 ? 1U : 0U;  // one may have begun before
+      locked += mShared.holds[number] - before[number] >= times ? 1U : 0U;
     }
     return locked >= wanted;
   }
@@ -243,9 +268,10 @@ class Crowd {
 };
 
 // False when the campaign has to end.
-bool survives(Crowd& crowd, const Crowd::Holds& before, unsigned wanted, Campaign& campaign) {
+bool survives(Crowd& crowd, const Crowd::Holds& before, unsigned wanted, Campaign& campaign,
+              std::uint32_t times = Crowd::ONE_FROM_ITS_BEGINNING) {
   const std::int64_t deadline = monotonicNs() + WATCHDOG_NS;
-  while (!crowd.locksSince(before, wanted)) {
+  while (!crowd.locksSince(before, wanted, times)) {
     const int status = crowd.ended();
     if (status != 0) {
       campaign.crash("a worker has ended, status " + std::to_string(status));
@@ -276,7 +302,15 @@ int main(int argc, char** argv) {
   for (std::uint64_t i = 0; i < campaign.count() && findings.count() < MAX_FINDINGS; ++i) {
     const Crowd::Holds before = crowd.holds();
     ++shared->epoch;
-    vandal.strike();
+    if (i * 2 > campaign.count() && i % REMOVED_EVERY == 0) {  // late: the sleepers' slots go with the file
+      vandal.remove();
+      if (!survives(crowd, before, WORKERS, campaign, HOLDS_TO_LEAVE)) {
+        break;
+      }
+      vandal.follow();
+    } else {
+      vandal.strike();
+    }
     ++shared->epoch;
     campaign.tried();
     if (!survives(crowd, before, i % ALL_MUST_LOCK_EVERY == 0 ? WORKERS : 1, campaign)) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// Processes lock and give back in a loop and are killed at any instruction; the one that is left must get the lock, and
-// must be told when what it guards may be half written.
+// Processes lock and give back in a loop and are killed at any instruction, some of them just when the lock of one that
+// was killed before is taken over; whoever is left must get the lock, and must be told when what it guards may be half
+// written.
 #include <signal.h>
 #include <sys/types.h>
 #include <sys/wait.h>
@@ -10,6 +11,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
 #include <memory>
 #include <random>
 #include <string>
@@ -23,10 +25,14 @@
 
 namespace {
 
-constexpr unsigned GROUPS = 6;  // most of a handover is sleep, so several locks share the machine
-constexpr unsigned SEATS = 2;   // one to be killed and one to go on
+constexpr unsigned GROUPS = 6;        // most of a handover is sleep, so several locks share the machine
+constexpr unsigned SEATS = 3;         // two to be killed and one to go on
+constexpr unsigned KEPT_SERIALS = 8;  // more are never killed between two of those that come in
 constexpr std::int64_t WATCHDOG_NS = 4'000'000'000;
 constexpr std::int64_t MAX_LIFE_NS = 3'000'000;
+// How long after the first the second one is killed: while a newcomer takes over, or those that have waited.
+constexpr std::int64_t SOON_NS = 1'000'000;
+constexpr std::int64_t LATE_NS = 60'000'000;
 constexpr unsigned MAX_FINDINGS = 20;
 
 /// What a group's workers and the one that kills them have in common.
@@ -37,7 +43,7 @@ struct Group {
   std::atomic<std::uint32_t> second{0};
 
   // Written by who kills, before.
-  std::atomic<std::uint32_t> lastKilled{0};
+  std::atomic<std::uint32_t> killed[KEPT_SERIALS] = {};
   std::atomic<std::int64_t> killedAtNs{0};
 
   // Written by the workers.
@@ -78,7 +84,7 @@ class Worker {
  private:
   void beInside(bool toldOfADeath) {
     const std::uint32_t former = mGroup.occupant.exchange(mSerial);
-    if (former != 0 && former != mGroup.lastKilled) {
+    if (former != 0 && !wasKilled(former)) {
       complain("worker " + std::to_string(former) + " was inside and has not been killed");
     } else if (former != 0 && !toldOfADeath) {
       complain("worker " + std::to_string(former) + " died inside, and the log does not say so");
@@ -102,6 +108,11 @@ class Worker {
     if (mGroup.occupant.exchange(0) != mSerial) {
       complain("somebody else came in");
     }
+  }
+
+  bool wasKilled(std::uint32_t serial) const {
+    return std::any_of(std::begin(mGroup.killed), std::end(mGroup.killed),
+                       [serial](const std::atomic<std::uint32_t>& killed) { return killed == serial; });
   }
 
   void tookOver() {
@@ -144,28 +155,40 @@ class Arena {
   Arena(const Arena&) = delete;
   Arena& operator=(const Arena&) = delete;
 
-  /// Kills one when its time has come, or starts another one when the one that is left has had the lock.
+  /// Kills one when its time has come, and perhaps a second one before anybody has had the lock; starts others in their
+  /// places.
   /// @return whether there was anything to do
   bool step(std::mt19937& random) {
     const std::int64_t now = monotonicNs();
-    if (mIsAwaited) {
-      if (mGroup.holds[1 - mVictim] != mHoldsBefore) {
-        mIsAwaited = false;
-        start(mVictim);
-        mNextKillNs = now + static_cast<std::int64_t>(random() % MAX_LIFE_NS);
-        return true;
+    if (!mIsAwaited) {
+      if (now < mNextKillNs) {
+        return false;
       }
-      if (now > mKilledNs + WATCHDOG_NS) {
-        mIsHung = true;
-        mCampaign.hang(mName + ": nobody got the lock after a kill");
+      kill(static_cast<unsigned>(random() % SEATS));
+      mSecondKillNs = now + static_cast<std::int64_t>(random() % (random() % 2 == 0 ? SOON_NS : LATE_NS));
+      mKillsSecond = true;
+      if (random() % 2 == 0) {
+        startMissing();
       }
-      return false;
+      return true;
     }
-    if (now < mNextKillNs) {
-      return false;
+    if (somebodyHadTheLock()) {
+      mIsAwaited = false;
+      startMissing();
+      mNextKillNs = now + static_cast<std::int64_t>(random() % MAX_LIFE_NS);
+      return true;
     }
-    kill(random() % SEATS);
-    return true;
+    if (mKillsSecond && now >= mSecondKillNs) {
+      mKillsSecond = false;
+      kill(seatOfSomebody(static_cast<unsigned>(random() % SEATS)));
+      startMissing();
+      return true;
+    }
+    if (now > mKilledNs + WATCHDOG_NS) {
+      mIsHung = true;
+      mCampaign.hang(mName + ": nobody got the lock after a kill");
+    }
+    return false;
   }
 
   bool isHung() const { return mIsHung; }
@@ -178,9 +201,33 @@ class Arena {
     mPids[seat] = forkWorker([&] { Worker(mGroup, serial, seat, mName, mFindings).run(); });
   }
 
+  void startMissing() {
+    for (unsigned seat = 0; seat < SEATS; ++seat) {
+      if (mPids[seat] == 0) {
+        start(seat);
+      }
+    }
+  }
+
+  unsigned seatOfSomebody(unsigned seat) const {
+    while (mPids[seat] == 0) {
+      seat = (seat + 1) % SEATS;
+    }
+    return seat;
+  }
+
+  // From beginning to end: one hold may have begun before.
+  bool somebodyHadTheLock() const {
+    for (unsigned seat = 0; seat < SEATS; ++seat) {
+      if (mGroup.holds[seat] - mHoldsBefore[seat] >= 2) {
+        return true;
+      }
+    }
+    return false;
+  }
+
   void kill(unsigned seat) {
-    mVictim = seat;
-    mGroup.lastKilled = mSerials[seat];
+    mGroup.killed[mKills % KEPT_SERIALS] = mSerials[seat];
     mKilledNs = monotonicNs();
     mGroup.killedAtNs = mKilledNs;
     ::kill(mPids[seat], SIGKILL);
@@ -189,7 +236,9 @@ class Arena {
     if (!WIFSIGNALED(status) || WTERMSIG(status) != SIGKILL) {
       mCampaign.crash(mName + ": a worker ended by itself, status " + std::to_string(status));
     }
-    mHoldsBefore = mGroup.holds[1 - seat];
+    for (unsigned i = 0; i < SEATS; ++i) {
+      mHoldsBefore[i] = mGroup.holds[i];
+    }
     mIsAwaited = true;
     ++mKills;
     mCampaign.tried();
@@ -203,13 +252,14 @@ class Arena {
   Campaign& mCampaign;
   pid_t mPids[SEATS] = {};
   std::uint32_t mSerials[SEATS] = {};
-  unsigned mVictim = 0;
-  std::uint32_t mHoldsBefore = 0;
+  std::uint32_t mHoldsBefore[SEATS] = {};
   std::uint64_t mKills = 0;
   bool mIsAwaited = false;
+  bool mKillsSecond = false;
   bool mIsHung = false;
   std::int64_t mKilledNs = 0;
   std::int64_t mNextKillNs = 0;
+  std::int64_t mSecondKillNs = 0;
 };
 
 std::uint32_t Arena::sSerial = 0;
