@@ -16,11 +16,15 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto port = static_cast<std::int32_t>(numberAt(bytes, at + 520, 4));
     if (!id.empty()) {
       const std::string name = textAt(bytes, at + 5, 257);
-      expected.add(phoneText(name, btid, port, byteAt(bytes, at + 4), id, bytes.substr(at + 5, 514)), btid, port);
+      // Session, name, identifier, Bluetooth id and port.
+      expected.add(phoneText(name, btid, port, byteAt(bytes, at + 4), id, bytes.substr(at + 4, 520)), btid, port);
     }
   }
   requireLists(adapter, expected, [](const auto& device) {
-    return std::string(device.aapDevice.name, 257) + std::string(device.aapDevice.id, 257);
+    const auto& record = device.aapDevice;
+    return RawSegment::littleEndian(record.session, 1) + std::string(record.name, 257) + std::string(record.id, 257) +
+           RawSegment::littleEndian(record.btid, 1) +
+           RawSegment::littleEndian(static_cast<std::uint32_t>(record.port), 4);
   });
   return 0;
 }

@@ -13,12 +13,15 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   for (std::size_t at = 4; at + 112 <= bytes.size(); at += 112) {
     const unsigned id = byteAt(bytes, at + 4);
     if (id != 255) {
-      // Name, address, info and flags.
-      expected.add(phoneText(textAt(bytes, at + 5, 81), id, 0, 0, "", bytes.substr(at + 5, 99)), id, 0);
+      // Id, name, address, info and flags.
+      expected.add(phoneText(textAt(bytes, at + 5, 81), id, 0, 0, "", bytes.substr(at + 4, 106)), id, 0);
     }
   }
   requireLists(adapter, expected, [](const auto& device) {
-    return std::string(device.btDevice.name, 81) + std::string(device.btDevice.address, 18);
+    const auto& record = device.btDevice;
+    return RawSegment::littleEndian(record.id, 1) + std::string(record.name, 81) + std::string(record.address, 18) +
+           RawSegment::littleEndian(record.info, 4) + RawSegment::littleEndian(record.flag1, 1) +
+           RawSegment::littleEndian(record.flag2, 1);
   });
   return 0;
 }
