@@ -1,8 +1,12 @@
 /* SPDX-License-Identifier: Apache-2.0
  *
- * The protocol by which processes share a named lock (LmFramework/posix/LockFile.h), for every order of its steps, with a
- * death possible before each. Each step is one access to the word or one call to the kernel. A process that has died
- * begins anew, as another one, so the number of deaths has no limit.
+ * The protocol by which processes share a named lock (LmFramework/posix/LockFile.h), for every order of the steps that are
+ * modelled, with a death possible before each. Each step is one access to the word or one call to the kernel, but for
+ * the giving back of garbage, where the look at the word and its exchange are one. A process that has died begins anew,
+ * as another one, so the number of deaths has no limit.
+ *
+ * Left out are: closing and opening again, more processes than slots, a file that is removed or cut short, its header,
+ * and garbage that names a slot.
  *
  * What is checked (verification/check says how):
  *   - two that are inside exclude each other, unless garbage hit the hold of the one that was there before;
@@ -227,6 +231,9 @@ progress_inside:
   fi;
 
 wake:
+#ifdef LEAVE_OUT_THE_WAKE
+  goto want;
+#endif
   if
   :: atomic { asleep[0] -> asleep[0] = false }
   :: atomic { asleep[1] -> asleep[1] = false }
