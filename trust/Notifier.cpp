@@ -334,7 +334,7 @@ class Disturbances {
   // What it does not hear it has to tell of, to the message.
   void fillQueueOfAStoppedListener() {
     const auto victim = static_cast<unsigned>(mRandom() % LISTENERS);
-    const auto count = static_cast<unsigned>(mRandom() % (3 * SLOTS));
+    const auto count = static_cast<unsigned>(mRandom() % (std::size_t{3} * SLOTS));
     mListeners[victim]->stop();
     const std::uint64_t heard = mHearings->at[victim].probes;
     const std::uint64_t lost = mHearings->at[victim].lost;
