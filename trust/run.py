@@ -101,7 +101,7 @@ ROWS = [
     Row("fields", "tables with every value in every field", "fields",
         count(500000), count(10000), ["fields"], count(1000)),
     Row("notifier", "disturbances of the notifier: kills, garbage, a full ring, participants that are stopped", "notifier",
-        count(15000) + ["--seconds", "60"], count(400), ["notifier"], count(60)),
+        count(15000) + ["--seconds", "60"], count(400), ["notifier", "notifier-lock"], count(60)),
     Row("fuzz", "executions of the fuzz targets, under ASan and UBSan", "scripts/fuzz",
         ["--seconds", "60"], ["--seconds", "3"], ["fuzz"], ["--replay"]),
     Row("model", "refreshes compared with a naive model, under ASan and UBSan", "model",
