@@ -153,6 +153,8 @@ bool NamedLock::lockFile() {
     mFailureLogged = false;
     std::uint32_t holder = 0;
     const LockFile::Attempt attempt = mFile.attempt(patience.hasWaited(), holder);
+    // A repaired header alone has cost nobody the lock; but what has hit it may have hit the word, and been zeros
+    // there.
     if (repaired || attempt == LockFile::Attempt::TAKEN_FROM_GARBAGE) {
       LmDbgOutput::DbgPrint(FILE_TEXT, __func__, __LINE__, TAG,
                             "%s: its file was overwritten or cut short and is repaired, two may hold it once\n",
