@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "framework/CallRecorder.h"
 
+#include <dirent.h>
 #include <pthread.h>
 #include <sys/types.h>
 
@@ -147,6 +148,25 @@ ssize_t realWrite(int, const void*, std::size_t) LM_REAL("write");
 ssize_t wrapWrite(int, const void*, std::size_t) LM_WRAP("write");
 ssize_t wrapWrite(int fd, const void* buffer, std::size_t size) {
   return recorded("write", fd, [&] { return realWrite(fd, buffer, allowed(size)); });
+}
+
+// What is closed is not written down, only forgotten: the next that gets the number has another name.
+int realClose(int) LM_REAL("close");
+int wrapClose(int) LM_WRAP("close");
+int wrapClose(int fd) {
+  if (current != nullptr) {
+    current->closed(fd);
+  }
+  return realClose(fd);
+}
+
+int realClosedir(DIR*) LM_REAL("closedir");
+int wrapClosedir(DIR*) LM_WRAP("closedir");
+int wrapClosedir(DIR* folder) {
+  if (current != nullptr) {
+    current->closed(dirfd(folder));
+  }
+  return realClosedir(folder);
 }
 
 int realFsync(int) LM_REAL("fsync");

@@ -42,6 +42,7 @@ class CallRecorder {
   std::string nameOf(const char* path) const { return mLabel(path); }
   std::string nameOf(int descriptor) const;
   void opened(int descriptor, const char* path);
+  void closed(int descriptor) { mNames.erase(descriptor); }
 
  private:
   static constexpr char UNKNOWN[] = "?";

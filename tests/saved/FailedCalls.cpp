@@ -63,10 +63,20 @@ void publish(const FailedCalls::Refresh& phones, BtTable& table) {
   }
 }
 
+bool isTemporary(const std::string& name) { return name.compare(0, sizeof TEMPORARY - 1, TEMPORARY) == 0; }
+
+std::size_t temporariesIn(const fs::path& folder) {
+  if (!fs::exists(folder)) {
+    return 0;
+  }
+  const auto isOne = [](const fs::directory_entry& entry) { return isTemporary(entry.path().filename()); };
+  return static_cast<std::size_t>(std::count_if(fs::directory_iterator(folder), {}, isOne));
+}
+
 /// What a call is about; empty for whatever is not in the folder.
 std::string label(const fs::path& folder, const std::string& path) {
   const std::string name = fs::path(path).filename();
-  if (name.compare(0, sizeof TEMPORARY - 1, TEMPORARY) == 0) {
+  if (isTemporary(name)) {
     return "temporary";
   }
   if (path == folder) {
@@ -126,6 +136,7 @@ FailedCalls::Telling FailedCalls::tell(const saved_table::Table& stored, const P
     telling.lists.push_back(life.refresh());
     telling.calls.push_back(calls.take());
     telling.lines.push_back(log.lines());
+    telling.temporaries.push_back(temporariesIn(folder));
     telling.files.push_back(scratch.contents(std::string(FOLDER) + "/" + saved_table::NAME));
   }
   return telling;
@@ -138,6 +149,7 @@ std::vector<std::string> FailedCalls::complaintsAbout(const Plan& plan) {
   const Telling* right = &mPlain;
   std::string file = told.files[0];
   bool mayWrite = true;
+  bool mayLeaveOne = false;
   for (std::size_t i = 0; i < told.lists.size(); ++i) {
     const auto found = plan.find(i);
     const Failure failure = found != plan.end() ? found->second : Failure{};
@@ -164,6 +176,10 @@ std::vector<std::string> FailedCalls::complaintsAbout(const Plan& plan) {
       file = isSaved ? right->files[i + 1] : file;
     }
 
+    mayLeaveOne = mayLeaveOne || call == "unlinkat temporary";
+    if (told.temporaries[i] != 0 && !mayLeaveOne) {
+      complaints.push_back(where + "a temporary file is left");
+    }
     if (told.lists[i] != right->lists[i]) {
       complaints.push_back(where + "the list is wrong");
     }

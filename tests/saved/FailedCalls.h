@@ -44,6 +44,7 @@ class FailedCalls {
   /// - the lists are those of the story without failures, or, when the stored table could not be read, those of the
   ///   same story without a stored table;
   /// - the file holds what the last save that was made put there, and nothing ever replaces what could not be read;
+  /// - no temporary file is left behind, unless it could not be removed;
   /// - each failure is one log line with the file and the reason.
   std::vector<std::string> complaintsAbout(const Plan& plan);
 
@@ -57,6 +58,7 @@ class FailedCalls {
   struct Telling {
     std::vector<std::vector<std::string>> lists;
     std::vector<std::string> files;
+    std::vector<std::size_t> temporaries;  // that there are after each refresh
     std::vector<std::vector<std::string>> calls;
     std::vector<std::vector<std::string>> lines;
   };
