@@ -156,7 +156,7 @@ class Arena {
   Arena& operator=(const Arena&) = delete;
 
   /// Kills one when its time has come, and perhaps a second one before anybody has had the lock; starts others in their
-  /// places.
+  /// places, at once or when somebody has had it.
   /// @return whether there was anything to do
   bool step(std::mt19937& random) {
     const std::int64_t now = monotonicNs();
@@ -166,10 +166,10 @@ class Arena {
       }
       kill(static_cast<unsigned>(random() % SEATS));
       mSecondKillNs = now + static_cast<std::int64_t>(random() % (random() % 2 == 0 ? SOON_NS : LATE_NS));
-      mKillsSecond = true;
-      if (random() % 2 == 0) {
-        startMissing();
-      }
+      // Without newcomers nobody gets the slot of the dead: those that have waited have to take over.
+      mHasNewcomers = random() % 2 == 0;
+      mKillsSecond = mHasNewcomers || random() % 2 == 0;
+      startNewcomers();
       return true;
     }
     if (somebodyHadTheLock()) {
@@ -181,7 +181,7 @@ class Arena {
     if (mKillsSecond && now >= mSecondKillNs) {
       mKillsSecond = false;
       kill(seatOfSomebody(static_cast<unsigned>(random() % SEATS)));
-      startMissing();
+      startNewcomers();
       return true;
     }
     if (now > mKilledNs + WATCHDOG_NS) {
@@ -199,6 +199,12 @@ class Arena {
     const std::uint32_t serial = ++sSerial;
     mSerials[seat] = serial;
     mPids[seat] = forkWorker([&] { Worker(mGroup, serial, seat, mName, mFindings).run(); });
+  }
+
+  void startNewcomers() {
+    if (mHasNewcomers) {
+      startMissing();
+    }
   }
 
   void startMissing() {
@@ -255,6 +261,7 @@ class Arena {
   std::uint32_t mHoldsBefore[SEATS] = {};
   std::uint64_t mKills = 0;
   bool mIsAwaited = false;
+  bool mHasNewcomers = false;
   bool mKillsSecond = false;
   bool mIsHung = false;
   std::int64_t mKilledNs = 0;
