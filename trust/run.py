@@ -92,7 +92,7 @@ ROWS = [
         count(1000000), count(20000), ["truncation"], count(20000)),
     Row("odd-objects", "something else in a table's place", "odd_objects",
         count(2000), count(108), ["odd-objects"], count(12)),
-    Row("saved-table", "states of the disk after a power cut during a save", "saved_table",
+    Row("saved-table", "different states of the disk after a power cut during a save", "saved_table",
         count(100000), count(4000), ["saved-table", "saved-table-folder", "saved-table-in-place"], count(2000)),
     Row("damaged-table", "damaged saved tables loaded", "damaged_table",
         count(100000), count(5000), ["damaged-table"], count(2000)),
