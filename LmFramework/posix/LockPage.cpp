@@ -69,14 +69,18 @@ struct LockPageSignals {
   }
 
   static void passOn(int signal, siginfo_t* info, void* context) {
-    if (goesRound()) {
+    const bool isHandled =
+        (gFormer.sa_flags & SA_SIGINFO) != 0 || (gFormer.sa_handler != SIG_DFL && gFormer.sa_handler != SIG_IGN);
+    if (!isHandled) {
+      if (info->si_code > 0 || gFormer.sa_handler == SIG_DFL) {
+        dieOf(signal, info);
+      }
+    } else if (goesRound()) {
       dieOf(signal, info);
     } else if ((gFormer.sa_flags & SA_SIGINFO) != 0) {
       gFormer.sa_sigaction(signal, info, context);
-    } else if (gFormer.sa_handler != SIG_DFL && gFormer.sa_handler != SIG_IGN) {
+    } else {
       gFormer.sa_handler(signal);
-    } else if (info->si_code > 0 || gFormer.sa_handler == SIG_DFL) {
-      dieOf(signal, info);
     }
   }
 
