@@ -79,14 +79,18 @@ struct APowerCut : testing::Test {
   /// "new, returned", or what there is beside the saved file, such as "old, part of a temporary".
   static std::string kindOf(const CrashStates::State& state, const Saved& found, const Saved& before,
                             const Saved& after) {
-    std::string kind = found == after ? "new" : found == before ? "old" : "neither";
+    std::set<std::string> besides;  // in this order, whatever their names
     for (const auto& [path, bytes] : state.tree) {
       const std::string name = fs::path(path).filename();
       if (name == LEFT_OVER) {
-        kind += ", left-over";
+        besides.insert(", left-over");
       } else if (bytes && name != NAME) {
-        kind += bytes == after.bytes ? ", whole temporary" : ", part of a temporary";
+        besides.insert(bytes == after.bytes ? ", whole temporary" : ", part of a temporary");
       }
+    }
+    std::string kind = found == after ? "new" : found == before ? "old" : "neither";
+    for (const std::string& one : besides) {
+      kind += one;
     }
     return kind + (state.returned ? ", returned" : "");
   }
