@@ -54,7 +54,7 @@ class Object {
 
   /// The bytes that it then has.
   std::string hold(const std::string& bytes) {
-    const std::string held = bytes.substr(0, mMaxSize);
+    std::string held = bytes.substr(0, mMaxSize);
     mSegment.resize(held.size());
     mSegment.put(0, held);
     return held;

@@ -26,7 +26,6 @@ namespace {
 
 using saved_table::phone;
 using testing::Contains;
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 /// Numbers that only a stored table can give, a phone that comes, and a phone that goes.
