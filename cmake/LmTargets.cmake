@@ -14,7 +14,7 @@ function(lm_target_defaults target)
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Woverloaded-virtual
     $<$<BOOL:${LM_WARNINGS_AS_ERRORS}>:-Werror>
-    $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety -Wreserved-identifier>)
+    $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
   # 64-bit file offsets and times wherever the machine is 32 bits wide.
   target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64)
 endfunction()

@@ -35,9 +35,6 @@ static_assert(std::has_virtual_destructor_v<LmSharedMemNotifier> && !std::is_cop
 
 // ThreadSanitizer would end a child that starts threads after its parent with threads forked it; here that is what is
 // promised to work.
-#ifdef __clang__
-#pragma clang diagnostic ignored "-Wreserved-identifier"  // the name that ThreadSanitizer looks for
-#endif
 extern "C" __attribute__((visibility("default"))) const char* __tsan_default_options();
 const char* __tsan_default_options() { return "die_after_fork=0"; }
 
