@@ -144,10 +144,14 @@ class Arena {
     }
   }
 
+  // Those who are left take over from the first to die.
   ~Arena() {
     for (unsigned seat = 0; seat < SEATS; ++seat) {
-      if (mPids[seat] != 0) {
-        killAndReap(mPids[seat]);
+      mGroup.killed[(mKills + seat) % KEPT_SERIALS] = mSerials[seat];
+    }
+    for (const pid_t pid : mPids) {
+      if (pid != 0) {
+        killAndReap(pid);
       }
     }
   }

@@ -77,13 +77,13 @@ def count(number):
 LOCK_KILLS = "holders of locks killed at any instruction"
 
 ROWS = [
-    Row("lock-kills", LOCK_KILLS, "lock_kills", count(50000), count(500), ["lock-kills"], count(200)),
-    Row("lock-kills-i686", LOCK_KILLS + ", 32-bit x86", "lock_kills", count(5000), count(200), ["lock-kills"], count(200),
+    Row("lock-kills", LOCK_KILLS, "lock_kills", count(50000), count(500), ["lock-kills"], count(2000)),
+    Row("lock-kills-i686", LOCK_KILLS + ", 32-bit x86", "lock_kills", count(5000), count(200), ["lock-kills"], count(2000),
         preset="i686"),
     Row("lock-kills-qemu-user", LOCK_KILLS + ", 32-bit ARM emulated", "lock_kills", count(1000), count(50), ["lock-kills"],
-        count(50), preset="armhf"),
+        count(1000), preset="armhf"),
     Row("lock-kills-arm-kernel", LOCK_KILLS + ", booted 32-bit ARM kernel", "lock_kills", count(1000), None, ["lock-kills"],
-        count(50), preset="guest"),
+        count(1000), preset="guest"),
     Row("lock-garbage", "garbage written over pages of locks", "lock_garbage",
         count(10000), count(300), ["lock-garbage"], count(300)),
     Row("creation", "creators of segments killed before and after each call, and racing", "creation",

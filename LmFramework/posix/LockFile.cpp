@@ -45,27 +45,24 @@ void LockFile::close() {
   mUsesLeft = 0;
 }
 
+// The seal comes last when the header is written, so it is read first: with it, the rest is there too.
 LockFile::Header LockFile::headerOf(const LockFilePage& page) {
-  if (hasIntactHeader(page)) {
+  constexpr std::uint32_t CHECKSUM = checksumOf(MAGIC, VERSION, FILE_SIZE);
+  const std::uint32_t seal = page.seal.load(std::memory_order_acquire);
+  const std::uint32_t magic = page.magic.load(std::memory_order_relaxed);
+  const std::uint32_t version = page.version.load(std::memory_order_relaxed);
+  const std::uint32_t fileSize = page.fileSize.load(std::memory_order_relaxed);
+  const std::uint32_t checksum = page.checksum.load(std::memory_order_relaxed);
+  if (isOfAnotherVersion(magic, version, fileSize, checksum)) {
+    return Header::OTHER_VERSION;
+  }
+  if (seal == ~CHECKSUM && magic == MAGIC && version == VERSION && fileSize == FILE_SIZE && checksum == CHECKSUM) {
     return Header::INTACT;
   }
-  return isOfAnotherVersion(page.magic.load(std::memory_order_relaxed), page.version.load(std::memory_order_relaxed),
-                            page.fileSize.load(std::memory_order_relaxed),
-                            page.checksum.load(std::memory_order_relaxed))
-             ? Header::OTHER_VERSION
-             : Header::GARBAGE;
-}
-
-// As somebody leaves it who makes the file for others, or dies while he makes it, or is just writing the header: the
-// seal comes last.
-bool LockFile::isNew(const LockFilePage& page) {
-  const auto isNothingElseThan = [](const std::atomic<std::uint32_t>& field, std::uint32_t value) {
-    const std::uint32_t seen = field.load(std::memory_order_relaxed);
-    return seen == 0 || seen == value;
-  };
-  return page.seal.load(std::memory_order_relaxed) == 0 && isNothingElseThan(page.magic, MAGIC) &&
-         isNothingElseThan(page.version, VERSION) && isNothingElseThan(page.fileSize, FILE_SIZE) &&
-         isNothingElseThan(page.checksum, checksumOf(MAGIC, VERSION, FILE_SIZE));
+  const auto isNothingElseThan = [](std::uint32_t seen, std::uint32_t value) { return seen == 0 || seen == value; };
+  const bool isNew = seal == 0 && isNothingElseThan(magic, MAGIC) && isNothingElseThan(version, VERSION) &&
+                     isNothingElseThan(fileSize, FILE_SIZE) && isNothingElseThan(checksum, CHECKSUM);
+  return isNew ? Header::NEW : Header::GARBAGE;
 }
 
 // All write the same, so several may do so at once. The word is not touched: it may be somebody's.
@@ -97,16 +94,15 @@ int LockFile::openIntact(bool& repaired) {
     }
   }
   LockFilePage& page = *mPage.get();
-  switch (headerOf(page)) {
-    case Header::INTACT:
-      mIsJustOpened = false;
-      return 0;
-    case Header::OTHER_VERSION:
-      return EPROTONOSUPPORT;
-    case Header::GARBAGE:
-      break;
+  const Header header = headerOf(page);
+  if (header == Header::INTACT) {
+    mIsJustOpened = false;
+    return 0;
   }
-  repaired = repaired || !mIsJustOpened || !isNew(page);
+  if (header == Header::OTHER_VERSION) {
+    return EPROTONOSUPPORT;
+  }
+  repaired = repaired || !mIsJustOpened || header == Header::GARBAGE;
   repairHeader(page);
   mIsJustOpened = false;
   return 0;

@@ -60,6 +60,17 @@ class LockFile : private LmUncopyable {
  public:
   static constexpr std::uint32_t FILE_SIZE = 4096;
 
+  enum class Header {
+    INTACT,
+    NEW,  // as somebody leaves it who makes the file for others, or dies while he makes it, or is just writing the
+          // header
+    OTHER_VERSION,
+    GARBAGE
+  };
+
+  /// What the header says at one moment, whoever else may be writing it.
+  static Header headerOf(const LockFilePage& page);
+
   enum class Attempt {
     TAKEN,
     TAKEN_FROM_THE_DEAD,  // what the lock guards may be half written
@@ -117,8 +128,6 @@ class LockFile : private LmUncopyable {
   bool give();
 
  private:
-  enum class Header { INTACT, OTHER_VERSION, GARBAGE };
-
   static constexpr std::uint32_t MAGIC = 0x6B4C6D4C;
   static constexpr std::uint32_t VERSION = 1;
   static constexpr std::uint32_t checksumOf(std::uint32_t magic, std::uint32_t version, std::uint32_t fileSize) {
@@ -145,13 +154,11 @@ class LockFile : private LmUncopyable {
            page.checksum.load(std::memory_order_relaxed) == CHECKSUM &&
            page.seal.load(std::memory_order_relaxed) == ~CHECKSUM;
   }
-  static Header headerOf(const LockFilePage& page);
   static bool isOfAnotherVersion(std::uint32_t magic, std::uint32_t version, std::uint32_t fileSize,
                                  std::uint32_t checksum) {
     const bool isOurs = version == VERSION && fileSize == FILE_SIZE;
     return magic == MAGIC && checksum == checksumOf(magic, version, fileSize) && !isOurs;
   }
-  static bool isNew(const LockFilePage& page);
   static void repairHeader(LockFilePage& page);
 
   // The lock goes to this process if the word is still `expected`. Not so when the file was just cut off under it: then

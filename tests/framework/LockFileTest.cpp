@@ -123,6 +123,31 @@ struct AnOpenLockFile : testing::Test {
   LockFile other{NAME};
 };
 
+// Several may make a new file's header at once, each store of it on its own: none of what another one may see meanwhile
+// is damage.
+TEST_F(AnOpenLockFile, CountsAsNewUntilItsHeaderIsWritten) {
+  constexpr std::size_t SEAL = 20;
+  const std::string whole = sharedContents(NAME);
+  for (unsigned written = 0; written < 16; ++written) {
+    std::string page = whole;
+    for (std::size_t field = 0; field < 4; ++field) {
+      if ((written >> field & 1U) == 0) {
+        page.replace(field * 4, 4, 4, '\0');
+      }
+    }
+    page.replace(SEAL, 4, 4, '\0');
+    overwriteShared(NAME, page);
+    LockFile newcomer(NAME);
+    bool repaired = false;
+
+    ASSERT_EQ(0, newcomer.open(repaired));
+
+    EXPECT_FALSE(repaired) << written;
+    EXPECT_EQ(sharedContents(NAME).substr(0, WORD), whole.substr(0, WORD));
+    EXPECT_EQ(sharedContents(NAME).substr(SEAL, 4), whole.substr(SEAL, 4));
+  }
+}
+
 TEST_F(AnOpenLockFile, IsOnePageWithItsHeader) {
   EXPECT_EQ(std::string("LmLk\1\0\0\0\0\x10\0\0\x92\x13\xAB\x26", 16), sharedContents(NAME).substr(0, 16));
   EXPECT_EQ(LockFile::FILE_SIZE, sharedContents(NAME).size());
