@@ -149,6 +149,7 @@ class Arena {
     for (unsigned seat = 0; seat < SEATS; ++seat) {
       mGroup.killed[(mKills + seat) % KEPT_SERIALS] = mSerials[seat];
     }
+    mGroup.killedAtNs = monotonicNs();
     for (const pid_t pid : mPids) {
       if (pid != 0) {
         killAndReap(pid);

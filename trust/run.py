@@ -81,9 +81,9 @@ ROWS = [
     Row("lock-kills-i686", LOCK_KILLS + ", 32-bit x86", "lock_kills", count(5000), count(200), ["lock-kills"], count(2000),
         preset="i686"),
     Row("lock-kills-qemu-user", LOCK_KILLS + ", 32-bit ARM emulated", "lock_kills", count(1000), count(50), ["lock-kills"],
-        count(1000), preset="armhf"),
+        count(1000), preset="armhf", limit_control=180),
     Row("lock-kills-arm-kernel", LOCK_KILLS + ", booted 32-bit ARM kernel", "lock_kills", count(1000), None, ["lock-kills"],
-        count(1000), preset="guest"),
+        count(1000), preset="guest", limit_control=300),
     Row("lock-garbage", "garbage written over pages of locks", "lock_garbage",
         count(10000), count(300), ["lock-garbage"], count(300)),
     Row("creation", "creators of segments killed before and after each call, and racing", "creation",
@@ -250,8 +250,9 @@ def control(row, patch):
     log = log_of(row, what + "-run")
     if row.preset == "guest":
         shutil.copytree(ROOT / "build/arm/kernel", CONTROL_SOURCE / "build/arm/kernel", dirs_exist_ok=True)
-        return run_in_guest(row, CONTROL_SOURCE, folder, row.control_args, row.limit_control, log)
-    outcome = run(command_of(row, CONTROL_SOURCE, folder, row.control_args), row.limit_control, log)
+        outcome = run_in_guest(row, CONTROL_SOURCE, folder, row.control_args, row.limit_control, log)
+    else:
+        outcome = run(command_of(row, CONTROL_SOURCE, folder, row.control_args), row.limit_control, log)
     if caught_as and not re.search(caught_as.group(1), log.read_text(encoding="utf-8", errors="replace")):
         outcome.trouble = "something else was found than '%s'" % caught_as.group(1)
     return outcome

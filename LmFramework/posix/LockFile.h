@@ -68,7 +68,7 @@ class LockFile : private LmUncopyable {
     GARBAGE
   };
 
-  /// What the header says at one moment, whoever else may be writing it.
+  /// Good also while others write the header: what they have not finished is NEW.
   static Header headerOf(const LockFilePage& page);
 
   enum class Attempt {

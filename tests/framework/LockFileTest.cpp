@@ -16,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "LmFramework/posix/LockFile.h"
@@ -122,6 +123,46 @@ struct AnOpenLockFile : testing::Test {
   LockFile mine{NAME};
   LockFile other{NAME};
 };
+
+TEST_F(AnOpenLockFile, IsRepairedByANewcomerToo) {
+  overwriteShared(NAME, std::string(LockFile::FILE_SIZE, 'x'));
+  LockFile newcomer(NAME);
+  bool repaired = false;
+
+  ASSERT_EQ(0, newcomer.open(repaired));
+
+  EXPECT_TRUE(repaired);
+}
+
+TEST_F(AnOpenLockFile, HasAHeaderThatIsNoDamageWhileItIsWritten) {
+  constexpr unsigned ROUNDS = 20;
+  constexpr unsigned HEADERS = 10000;
+  std::uint32_t fields[6];
+  std::memcpy(fields, sharedContents(NAME).data(), sizeof fields);
+  unsigned damaged = 0;
+
+  for (unsigned round = 0; round < ROUNDS; ++round) {
+    const std::unique_ptr<LockFilePage[]> pages(new LockFilePage[HEADERS]());
+    std::thread writer([&] {
+      for (unsigned k = 0; k < HEADERS; ++k) {
+        pages[k].magic.store(fields[0], std::memory_order_relaxed);
+        pages[k].version.store(fields[1], std::memory_order_relaxed);
+        pages[k].fileSize.store(fields[2], std::memory_order_relaxed);
+        pages[k].checksum.store(fields[3], std::memory_order_relaxed);
+        pages[k].seal.store(fields[5], std::memory_order_release);
+      }
+    });
+    for (unsigned k = 0; k < HEADERS; ++k) {
+      for (LockFile::Header seen = LockFile::Header::NEW; seen != LockFile::Header::INTACT;) {
+        seen = LockFile::headerOf(pages[k]);
+        damaged += seen == LockFile::Header::GARBAGE || seen == LockFile::Header::OTHER_VERSION ? 1 : 0;
+      }
+    }
+    writer.join();
+  }
+
+  EXPECT_EQ(damaged, 0U);
+}
 
 // Several may make a new file's header at once, each store of it on its own: none of what another one may see meanwhile
 // is damage.
@@ -540,7 +581,6 @@ TEST_F(AnOpenLockFile, KnowsAHolderThatWasKilledButNotReaped) {
 }  // namespace
 
 extern "C" {
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 int __real_fcntl(int descriptor, int command, ...);
 int __real_fcntl64(int descriptor, int command, ...);
 
@@ -555,5 +595,4 @@ int __real_fcntl64(int descriptor, int command, ...);
 WRAP(fcntl)
 WRAP(fcntl64)
 #undef WRAP
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 }

@@ -114,7 +114,6 @@ T fieldAt(const std::string& bytes, std::size_t offset) {
 
 // The linker puts these in the place of the calls.
 extern "C" {
-// NOLINTBEGIN(bugprone-reserved-identifier)
 ssize_t __real_pwrite(int descriptor, const void* bytes, size_t size, off_t offset);
 ssize_t __real_pwrite64(int descriptor, const void* bytes, size_t size, off64_t offset);
 ssize_t __wrap_pwrite(int descriptor, const void* bytes, size_t size, off_t offset);
@@ -127,7 +126,6 @@ ssize_t __wrap_pwrite(int descriptor, const void* bytes, size_t size, off_t offs
 ssize_t __wrap_pwrite64(int descriptor, const void* bytes, size_t size, off64_t offset) {
   return watchHead([&] { return __real_pwrite64(descriptor, bytes, size, offset); }, size, offset);
 }
-// NOLINTEND(bugprone-reserved-identifier)
 }
 
 TEST_F(ARing, HasTheBytesOfItsDrawing) {
