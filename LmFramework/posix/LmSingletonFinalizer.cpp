@@ -46,10 +46,14 @@ void runNewest() {
   }
 }
 
+// There is one at most: it has done the same when it was registered. Whoever makes singletons anew all the time would else
+// walk over all that ever were.
 void forgetOlder(const Registration* registration, LmSingletonFinalizer::DestroyFunc function) {
   for (Registration* older = registration->older; older != nullptr; older = older->older) {
     LmSingletonFinalizer::DestroyFunc expected = function;
-    older->function.compare_exchange_strong(expected, nullptr);
+    if (older->function.compare_exchange_strong(expected, nullptr)) {
+      return;
+    }
   }
 }
 
