@@ -46,8 +46,8 @@ void runNewest() {
   }
 }
 
-// There is one at most: it has done the same when it was registered. Whoever makes singletons anew all the time would else
-// walk over all that ever were.
+// There is one at most: it has done the same when it was registered. Whoever makes singletons anew all the time would
+// else walk over all that ever were.
 void forgetOlder(const Registration* registration, LmSingletonFinalizer::DestroyFunc function) {
   for (Registration* older = registration->older; older != nullptr; older = older->older) {
     LmSingletonFinalizer::DestroyFunc expected = function;
