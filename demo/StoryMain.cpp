@@ -24,6 +24,7 @@ constexpr int EXIT_TROUBLE = 3;
 /// A new folder in the system's folder for temporary files, removed at the end with all that is in it.
 class TemporaryFolder {
  public:
+  // mkdtemp() puts six letters of its own in the place of the X's.
   TemporaryFolder() : mPath(std::filesystem::temp_directory_path() / "demo-story-XXXXXX") {
     if (::mkdtemp(mPath.data()) == nullptr) {
       throw demo::Trouble("no temporary folder: " + std::string(std::strerror(errno)));

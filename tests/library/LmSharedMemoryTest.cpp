@@ -359,8 +359,9 @@ TEST_F(AnObject, CanBeReplacedWhileItIsAttached) {
 class AnObstacle : public SegmentTest, public ::testing::WithParamInterface<OddObject> {
  protected:
   void SetUp() override {
+    // A device takes root, and in a container more than that; on the booted guest all of them are made.
     if (!GetParam().make(PATH)) {
-      GTEST_SKIP() << "cannot be made here";
+      GTEST_SKIP() << GetParam().name << " cannot be made by this user here";
     }
   }
 };
@@ -409,8 +410,9 @@ TEST_F(AnObject, ThatMayNotBeOpenedIsReportedOnce) {
 
     const int end = child.wait();
 
+    // Only root can become the user who may not open it; whoever owns the object could.
     if (end == CANNOT) {
-      GTEST_SKIP() << "there is no other user here";
+      GTEST_SKIP() << "only root can become another user";
     }
     EXPECT_EQ(end, 0) << mode;
     EXPECT_EQ(mRaw.all(), std::string(SIZE, 0x5A));

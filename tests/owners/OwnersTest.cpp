@@ -72,15 +72,17 @@ int openForWriting(const std::string& name) {
 class TablesWithGroupsOfTheirOwn : public ::testing::Test {
  protected:
   void SetUp() override {
+    // The services and clients are users of their own here, and only root can become several.
     if (geteuid() != 0) {
-      GTEST_SKIP() << "needs root";
+      GTEST_SKIP() << "only root can become another user";
     }
     const int asAnother = ChildProcess([] {
                             become(CLIENT, ALL_GROUPS);
                             return 0;
                           }).wait();
+    // A container may know root alone, and refuse to make a process somebody else's.
     if (asAnother != 0) {
-      GTEST_SKIP() << "needs users besides root";
+      GTEST_SKIP() << "root cannot become another user in this container";
     }
     makeTable("BtPairedDeviceList", BLUETOOTH, OF_BLUETOOTH);
     makeTable("AapDeviceList", ANDROID_AUTO, OF_ANDROID_AUTO);

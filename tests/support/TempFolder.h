@@ -17,6 +17,7 @@ class TempFolder {
  public:
   TempFolder() {
     const char* base = std::getenv("TMPDIR");
+    // mkdtemp() puts six letters of its own in the place of the X's.
     std::string name = std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/lm-test-XXXXXX";
     if (mkdtemp(name.data()) == nullptr) {
       throw std::system_error(errno, std::generic_category(), name);
