@@ -11,10 +11,13 @@
 #include <string>
 
 #include "demo/Command.h"
+#include "simulator/SlotPublisher.h"
+#include "simulator/TableClaim.h"
 
 namespace demo {
 
-/// The life of a stand-in service: writes its empty table, says "ready", and obeys standard input until that ends.
+/// The life of a stand-in service: claims its table, writes it empty, says "ready", and obeys standard input until that
+/// ends.
 ///
 ///     put SLOT FIELD=VALUE ...     a phone comes, or changes
 ///     clear SLOT                   a phone goes
@@ -32,7 +35,9 @@ class Service {
   virtual ~Service() = default;
 
   int run() {
+    std::optional<idl::bench::TableClaim> claim;
     try {
+      claim.emplace(Publisher::SEGMENT);
       mPublisher.initialise();
     } catch (const std::exception& error) {
       std::cerr << error.what() << std::endl;
@@ -79,7 +84,7 @@ class Service {
       return commit();
     }
     if (command.name() == "crash") {
-      mPublisher.crashDuringPut(slotOf(command), phoneOf(command));
+      mPublisher.crash(idl::bench::CrashPoint::HALF_WRITTEN, slotOf(command), phoneOf(command));
     }
     return obeyOwn(command);
   }

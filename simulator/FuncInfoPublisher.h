@@ -2,24 +2,46 @@
 #ifndef SIMULATOR_FUNCINFOPUBLISHER_H
 #define SIMULATOR_FUNCINFOPUBLISHER_H
 
+#include <cstddef>
+#include <cstdint>
+
 #include "IntegratedDeviceList/WireFormat.h"
-#include "LmFramework/SharedMemory/LmSharedMemory.h"
+#include "simulator/BenchSegment.h"
 
 namespace idl::bench {
 
 /// Stands in for whoever tells which functions the unit has: "FuncInfo". Clients read it once, when they start, so
-/// there is no notification. For one thread.
+/// there is no notification. Writes under the segment's lock. For one thread.
+/// @throw std::runtime_error from any function, when the segment cannot be read or written, as one that is too short.
 class FuncInfoPublisher {
  public:
   /// Opens or creates the segment. @throw std::runtime_error when it cannot be mapped.
   FuncInfoPublisher();
 
   /// Says whether Bluetooth is among the unit's functions; where it is, clients await its first report.
-  /// @throw std::runtime_error when the segment is too short.
   void setBluetooth(bool present);
 
+  bool hasBluetooth() const;
+
+  /// Dies by SIGKILL while it holds the lock, before it has written anything.
+  [[noreturn]] void crash();
+
+  /// Fills the payload with bytes by chance, the same ones for the same seed.
+  void writeGarbage(std::uint32_t seed);
+
+  /// Removes the object. Who is attached, this publisher too, goes on with the one that has no name any more.
+  void vanish();
+
+  /// Makes the object again after vanish(), without Bluetooth or any other function, and attaches it; one that somebody
+  /// else has made meanwhile is taken over.
+  void comeBack();
+
+  /// Cuts or lengthens the object to that many bytes, with zeros behind.
+  /// @throw std::runtime_error, and nothing happens, when there is none.
+  void resize(std::size_t bytes);
+
  private:
-  LmSharedMemory<wire::FuncInfoStruct, 1> mSegment;
+  BenchSegment<wire::FuncInfoStruct> mSegment;
 };
 
 }  // namespace idl::bench

@@ -39,19 +39,22 @@
 #include "IntegratedDeviceList/WireFormat.h"
 #include "LmFramework/LmDbgOutput.h"
 #include "LmFramework/LmObserver.h"
+#include "LmFramework/LmSyncGuard.h"
 #include "LmFramework/SharedMemory/LmSharedMemNotifier.h"
 #include "simulator/AapPublisher.h"
 #include "simulator/BenchNotification.h"
+#include "simulator/BenchSegment.h"
 #include "simulator/BtPublisher.h"
 #include "simulator/CpPublisher.h"
 #include "simulator/FuncInfoPublisher.h"
+#include "simulator/SlotPublisher.h"
 #include "support/ChildProcess.h"
-#include "support/RawSegment.h"
 #include "support/TempFolder.h"
 #include "trust/Campaign.h"
 
 namespace {
 
+using idl::bench::CrashPoint;
 using LmSIntegratedDeviceListDef::DeviceType;
 using LmSIntegratedDeviceListDef::IntegratedDevice;
 using std::chrono::milliseconds;
@@ -172,8 +175,6 @@ const char* anyName(Random& random) {
 /// The mark in slot 0, and some phones behind it.
 class Bluetooth {
  public:
-  static constexpr unsigned SLOTS = idl::wire::BtPairedDeviceList::SLOT_COUNT;
-
   void begin() { mPublisher.initialise(); }
 
   void publish(std::uint32_t generation, unsigned count, Random& random) {
@@ -188,7 +189,9 @@ class Bluetooth {
     mPublisher.replaceAll({{0, mark(generation)}, {4, {7, "Last paired", ""}}, {9, {3, "Last of all paired", ""}}});
   }
 
-  [[noreturn]] void crash(Random& random) { mPublisher.crashDuringPut(1 + upTo(random, 8), {3, "Half a phone", ""}); }
+  [[noreturn]] void crash(Random& random) {
+    mPublisher.crash(CrashPoint::HALF_WRITTEN, 1 + upTo(random, 8), {3, "Half a phone", ""});
+  }
 
  private:
   static idl::bench::BtPhone mark(std::uint32_t generation) { return {MARK_BTID, MARK, "", generation}; }
@@ -198,8 +201,6 @@ class Bluetooth {
 
 class CarPlay {
  public:
-  static constexpr unsigned SLOTS = idl::wire::CarPlaySharedMemStruct::PHONE_COUNT;
-
   void begin() {
     mPublisher.initialise();
     mPublisher.setCurrentPhone(USB_ATTACHED);
@@ -218,7 +219,7 @@ class CarPlay {
   }
 
   [[noreturn]] void crash(Random& random) {
-    mPublisher.crashDuringPut(1 + upTo(random, 8), {1 + random(), "Half a phone", 3});
+    mPublisher.crash(CrashPoint::HALF_WRITTEN, 1 + upTo(random, 8), {1 + random(), "Half a phone", 3});
   }
 
  private:
@@ -229,8 +230,6 @@ class CarPlay {
 
 class AndroidAuto {
  public:
-  static constexpr unsigned SLOTS = idl::wire::AapDeviceList::SLOT_COUNT;
-
   void begin() { mPublisher.initialise(); }
 
   void publish(std::uint32_t generation, unsigned count, Random& random) {
@@ -247,7 +246,7 @@ class AndroidAuto {
   }
 
   [[noreturn]] void crash(Random& random) {
-    mPublisher.crashDuringPut(1 + upTo(random, 8), {"half an id", "Half a phone", 1, 3, 1});
+    mPublisher.crash(CrashPoint::HALF_WRITTEN, 1 + upTo(random, 8), {"half an id", "Half a phone", 1, 3, 1});
   }
 
  private:
@@ -291,31 +290,25 @@ int runService(Board& board, unsigned source, std::uint64_t seed) {
   }
 }
 
-/// Writes nonsense into rows, as a service gone mad would: under the lock, behind the mark.
+/// Nonsense in a row, as of a service gone mad: under the lock, behind the mark. It tells nobody: that would bring a
+/// client to see a service's change of which it has not heard.
+template <class Format>
+void spoilARow(Random& random) {
+  using Publisher = idl::bench::SlotPublisher<Format>;
+  static const idl::bench::BenchSegment<typename Format::Table> segment(Format::SEGMENT);
+  const std::string row = idl::bench::garbageOf(static_cast<std::uint32_t>(random()), Publisher::SLOT_SIZE);
+  const unsigned slot = 1 + upTo(random, Publisher::SLOT_COUNT - 2);
+  const LmSyncGuard guard(segment.lock());
+  segment.write(Publisher::offsetOf(slot), row.data(), row.size());
+}
+
 int runVandal(std::uint64_t seed) {
   logNothing();
-  struct Table {
-    const char* name;
-    std::size_t firstSlot;
-    std::size_t slotSize;
-    unsigned slots;
-  };
-  constexpr std::array<Table, SOURCES> TABLES = {{{idl::wire::BT_SEGMENT, 4, 112, Bluetooth::SLOTS},
-                                                  {idl::wire::CARPLAY_SEGMENT, 1800, 296, CarPlay::SLOTS},
-                                                  {idl::wire::AAP_SEGMENT, 4, 524, AndroidAuto::SLOTS}}};
+  constexpr std::array<void (*)(Random&), SOURCES> SPOIL = {
+      spoilARow<idl::bench::BtFormat>, spoilARow<idl::bench::CpFormat>, spoilARow<idl::bench::AapFormat>};
   Random random(static_cast<Random::result_type>(seed));
   for (;;) {
-    const Table& table = TABLES.at(upTo(random, SOURCES - 1));
-    std::string row(table.slotSize, '\0');
-    for (char& byte : row) {
-      byte = static_cast<char>(random());
-    }
-    if (RawSegment::exists(std::string("/") + table.name)) {
-      RawSegment segment(std::string("/") + table.name);
-      const LmSharedSyncObject lock(table.name);
-      const LmSyncGuard guard(lock);
-      segment.put(table.firstSlot + table.slotSize * (1 + upTo(random, table.slots - 2)), row);
-    }
+    SPOIL.at(upTo(random, SOURCES - 1))(random);
     std::this_thread::sleep_for(std::chrono::microseconds(upTo(random, 20000)));
   }
 }

@@ -16,13 +16,13 @@
 #include <stdexcept>
 #include <string>
 
-#include "IntegratedDeviceList/WireFormat.h"
 #include "LmFramework/SharedMemory/LmSharedSyncObject.h"
 #include "processes/Words.h"
 #include "simulator/AapPublisher.h"
 #include "simulator/BtPublisher.h"
 #include "simulator/CpPublisher.h"
 #include "simulator/FuncInfoPublisher.h"
+#include "simulator/SlotPublisher.h"
 
 namespace {
 
@@ -54,22 +54,22 @@ void connect(Publisher& /*publisher*/, std::uint64_t /*identifier*/) {
   throw std::invalid_argument("this service connects no phone");
 }
 
-template <class Publisher, class Phone>
-void obey(Publisher& publisher, const char* segment, const std::string& command, Words& words) {
-  Phone phone;
+template <class Publisher>
+void obey(Publisher& publisher, const std::string& command, Words& words) {
+  typename Publisher::Phone phone;
   if (command == "initialise") {
     publisher.initialise();
   } else if (command == "put" || command == "crash") {
     const auto slot = words.number<unsigned>();
     readPhone(words, phone);
     if (command == "crash") {
-      publisher.crashDuringPut(slot, phone);
+      publisher.crash(idl::bench::CrashPoint::HALF_WRITTEN, slot, phone);
     }
     publisher.put(slot, phone);
   } else if (command == "clear") {
     publisher.clear(words.number<unsigned>());
   } else if (command == "hold") {
-    static const LmSharedSyncObject lock(segment);
+    static const LmSharedSyncObject lock(Publisher::SEGMENT);
     lock.lock();
   } else if (command == "connect") {
     connect(publisher, words.number<std::uint64_t>());
@@ -96,11 +96,10 @@ int serve(Obey obeyOne) {
   return 0;
 }
 
-template <class Publisher, class Phone>
-int serveTable(const char* segment) {
+template <class Publisher>
+int serveTable() {
   Publisher publisher;
-  return serve(
-      [&](const std::string& command, Words& words) { obey<Publisher, Phone>(publisher, segment, command, words); });
+  return serve([&](const std::string& command, Words& words) { obey(publisher, command, words); });
 }
 
 int serveFunctions() {
@@ -119,13 +118,13 @@ int main(int argc, char** argv) {
   const std::string source = argc == 2 ? argv[1] : "";
   try {
     if (source == "bt") {
-      return serveTable<idl::bench::BtPublisher, idl::bench::BtPhone>(idl::wire::BT_SEGMENT);
+      return serveTable<idl::bench::BtPublisher>();
     }
     if (source == "cp") {
-      return serveTable<idl::bench::CpPublisher, idl::bench::CpPhone>(idl::wire::CARPLAY_SEGMENT);
+      return serveTable<idl::bench::CpPublisher>();
     }
     if (source == "aap") {
-      return serveTable<idl::bench::AapPublisher, idl::bench::AapPhone>(idl::wire::AAP_SEGMENT);
+      return serveTable<idl::bench::AapPublisher>();
     }
     if (source == "func") {
       return serveFunctions();
