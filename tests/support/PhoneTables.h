@@ -6,82 +6,84 @@
 #include <cstdint>
 #include <string>
 
+#include "IntegratedDeviceList/WireFormat.h"
+#include "simulator/AapFormat.h"
+#include "simulator/BtFormat.h"
+#include "simulator/CpFormat.h"
 #include "support/RawSegment.h"
 
-/// A segment as the service that owns it writes it: with its final size, its size word set, and zeros behind at first.
+/// A segment as the service that owns it writes it, with the records of the bench's stand-ins, but without lock and
+/// notification: with its final size, its size word set, and no phone at first.
+template <class Format>
 class PhoneTable : public RawSegment {
  public:
-  PhoneTable(const std::string& name, std::uint32_t payloadOffset, std::uint32_t payloadSize)
-      : RawSegment(name, payloadOffset + payloadSize) {
-    put32(0, payloadSize);
+  PhoneTable() : RawSegment(std::string("/") + Format::SEGMENT, PAYLOAD + sizeof(typename Format::Table)) {
+    put32(0, sizeof(typename Format::Table));
+    putImage(PAYLOAD, Format::emptyTable());
   }
 
-  /// A text field of `size` bytes: `text` and zeros.
-  void putField(std::size_t offset, std::size_t size, const std::string& text) {
-    std::string field = text;
-    field.resize(size, '\0');
-    put(offset, field);
+  void clear(unsigned slot) { putImage(slotAt(slot), Format::freeSlot()); }
+
+ protected:
+  // Behind the size word, at its natural alignment.
+  static constexpr std::size_t PAYLOAD = alignof(typename Format::Table);
+  static_assert(PAYLOAD >= sizeof(std::uint32_t));
+
+  void putPhone(unsigned slot, const typename Format::Phone& phone) { putImage(slotAt(slot), Format::slotOf(phone)); }
+
+ private:
+  static std::size_t slotAt(unsigned slot) {
+    return PAYLOAD + Format::SLOTS_OFFSET + slot * sizeof(typename Format::Slot);
+  }
+
+  template <class Image>
+  void putImage(std::size_t offset, const Image& image) {
+    put(offset, std::string(reinterpret_cast<const char*>(&image), sizeof image));
   }
 };
 
-/// Ten free slots at first.
-class BtTable : public PhoneTable {
+class BtTable : public PhoneTable<idl::bench::BtFormat> {
  public:
-  BtTable() : PhoneTable("/BtPairedDeviceList", 4, 1120) {
-    for (unsigned slot = 0; slot < 10; ++slot) {
-      clear(slot);
-    }
-  }
-
-  void clear(unsigned slot) { put8(4 + 112 * slot + 4, 255); }
-
   void phone(unsigned slot, unsigned id, const std::string& name) {
-    putField(4 + 112 * slot + 5, 81, name);
-    put8(4 + 112 * slot + 4, id);
+    putPhone(slot, {static_cast<std::uint8_t>(id), name, ""});
   }
 };
 
-/// Twelve free slots at first.
-class AapTable : public PhoneTable {
+class AapTable : public PhoneTable<idl::bench::AapFormat> {
  public:
-  AapTable() : PhoneTable("/AapDeviceList", 4, 6288) {}
-
-  void clear(unsigned slot) { putField(4 + 524 * slot + 262, 257, ""); }
-
   void phone(unsigned slot, const std::string& name, const std::string& id, unsigned btid, std::int32_t port,
              unsigned session = 0) {
-    put8(4 + 524 * slot + 4, session);
-    putField(4 + 524 * slot + 5, 257, name);
-    putField(4 + 524 * slot + 262, 257, id);
-    put8(4 + 524 * slot + 519, btid);
-    put32(4 + 524 * slot + 520, static_cast<std::uint32_t>(port));
+    putPhone(slot, {id, name, static_cast<std::uint8_t>(session), static_cast<std::uint8_t>(btid), port});
   }
 };
 
-/// Initialised, eleven free slots and no connected phone at first.
-class CpTable : public PhoneTable {
+/// No phone is connected at first.
+class CpTable : public PhoneTable<idl::bench::CpFormat> {
  public:
-  CpTable() : PhoneTable("/LmSCarplayResource", 8, 13728) { put8(13732, 1); }
-
-  void clear(unsigned slot) { putField(1800 + 296 * slot, 296, ""); }
-
   void phone(unsigned slot, std::uint64_t identifier, const std::string& name, unsigned btid) {
-    put64(1800 + 296 * slot, identifier);
-    putField(1800 + 296 * slot + 8, 256, name);
-    put8(1800 + 296 * slot + 264, btid);
-    put8(1800 + 296 * slot + 269, 1);
+    putPhone(slot, {identifier, name, static_cast<std::uint8_t>(btid)});
   }
 
   /// The connected phone; 0 for none. Its bit 41 says that the others are attached by USB.
-  void connect(std::uint64_t identifier) { put64(1072, identifier); }
+  void connect(std::uint64_t identifier) { put64(PAYLOAD + offsetof(Table, currentPhone), identifier); }
+
+ private:
+  using Table = idl::bench::CpFormat::Table;
 };
 
 /// Bluetooth is not awaited at first.
-class FuncInfoTable : public PhoneTable {
+class FuncInfoTable : public RawSegment {
  public:
-  FuncInfoTable() : PhoneTable("/FuncInfo", 4, 2104) {}
+  FuncInfoTable() : RawSegment(std::string("/") + idl::wire::FUNC_INFO_SEGMENT, PAYLOAD + sizeof(Table)) {
+    put32(0, sizeof(Table));
+  }
 
-  void awaitBluetooth(unsigned flag = 1) { put8(512, flag); }
+  void awaitBluetooth(unsigned flag = 1) { put8(PAYLOAD + offsetof(Table, btFunctionFlag), flag); }
+
+ private:
+  using Table = idl::wire::FuncInfoStruct;
+
+  static constexpr std::size_t PAYLOAD = alignof(Table);
 };
 
 /// Removes all four segments, for a test that begins without them.
