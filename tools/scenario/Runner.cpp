@@ -82,7 +82,7 @@ void Runner::begin() {
   mBench.forgetSaved();
   mBench.setBluetoothFunction(false);
   for (const Source source : SOURCES) {
-    mBench.restart(source);
+    mBench.bringBack(source);  // whatever an earlier scenario has left
   }
   mClientOptions = {};
   mBench.startClient(mClientOptions);
@@ -131,7 +131,7 @@ RunResult Runner::run(const std::string& file, const std::vector<Command>& comma
     if (goesOn && result.steps.empty()) {
       try {
         begin();
-      } catch (const BenchTrouble& trouble) {
+      } catch (const std::runtime_error& trouble) {
         step.outcome = Outcome::TROUBLE;
         step.why = printable(trouble.what());
         goesOn = false;

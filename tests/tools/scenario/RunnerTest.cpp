@@ -88,8 +88,7 @@ class AScenario : public testing::Test {
 TEST_F(AScenario, BeginsWithEmptyTablesAndAClient) {
   run("wait 0ms");
 
-  EXPECT_THAT(mBench.notes,
-              ElementsAre("forget", "no bluetooth", "restart bt", "restart cp", "restart aap", "start 0"));
+  EXPECT_THAT(mBench.notes, ElementsAre("forget", "no bluetooth", "back bt", "back cp", "back aap", "start 0"));
 }
 
 TEST_F(AScenario, PairsPhones) {
@@ -272,7 +271,7 @@ TEST_F(AScenario, TellsTroubleOfTheBench) {
 }
 
 TEST_F(AScenario, TellsTroubleOfTheBeginning) {
-  mBench.breaksAt = "restart cp";
+  mBench.breaksAt = "back cp";
 
   const RunResult result = run("wait 1s ; wait 1s");
 
