@@ -33,10 +33,11 @@ struct AapFormat {
   using Phone = AapPhone;
 
   static constexpr const char* TITLE = "Android Auto";
-  static constexpr const char* SEGMENT = wire::AAP_SEGMENT;
   static constexpr unsigned NOTIFICATION_ID = AAP_NOTIFICATION_ID;
   static constexpr unsigned SLOT_COUNT = Table::SLOT_COUNT;
   static constexpr std::size_t SLOTS_OFFSET = offsetof(Table, slots);  // in the payload
+
+  static const char* segmentName() { return wire::AAP_SEGMENT; }
 
   static Slot freeSlot() {
     Slot slot = {};

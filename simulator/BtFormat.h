@@ -35,10 +35,12 @@ struct BtFormat {
   using Phone = BtPhone;
 
   static constexpr const char* TITLE = "Bluetooth";
-  static constexpr const char* SEGMENT = wire::BT_SEGMENT;
   static constexpr unsigned NOTIFICATION_ID = BT_NOTIFICATION_ID;
   static constexpr unsigned SLOT_COUNT = Table::SLOT_COUNT;
   static constexpr std::size_t SLOTS_OFFSET = offsetof(Table, slots);  // in the payload
+
+  // No constant: the one behind it lies at another address in each file of a program.
+  static const char* segmentName() { return wire::BT_SEGMENT; }
 
   static Slot freeSlot() {
     Slot slot = {};

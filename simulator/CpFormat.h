@@ -34,10 +34,11 @@ struct CpFormat {
   using Phone = CpPhone;
 
   static constexpr const char* TITLE = "CarPlay";
-  static constexpr const char* SEGMENT = wire::CARPLAY_SEGMENT;
   static constexpr unsigned NOTIFICATION_ID = wire::CARPLAY_NOTIFICATION_ID;
   static constexpr unsigned SLOT_COUNT = Table::PHONE_COUNT;
   static constexpr std::size_t SLOTS_OFFSET = offsetof(Table, phones);  // in the payload
+
+  static const char* segmentName() { return wire::CARPLAY_SEGMENT; }
 
   static Slot freeSlot() { return {}; }
 

@@ -45,9 +45,11 @@ class SlotPublisher {
  public:
   using Phone = typename Format::Phone;
 
-  static constexpr const char* SEGMENT = Format::SEGMENT;
   static constexpr unsigned SLOT_COUNT = Format::SLOT_COUNT;
   static constexpr std::size_t SLOT_SIZE = sizeof(typename Format::Slot);
+
+  /// The bare name of the segment and of its lock.
+  static const char* segmentName();
 
   /// Opens or creates the segment; a table that is there already stays as it is.
   SlotPublisher();

@@ -295,7 +295,7 @@ int runService(Board& board, unsigned source, std::uint64_t seed) {
 template <class Format>
 void spoilARow(Random& random) {
   using Publisher = idl::bench::SlotPublisher<Format>;
-  static const idl::bench::BenchSegment<typename Format::Table> segment(Format::SEGMENT);
+  static const idl::bench::BenchSegment<typename Format::Table> segment(Format::segmentName());
   const std::string row = idl::bench::garbageOf(static_cast<std::uint32_t>(random()), Publisher::SLOT_SIZE);
   const unsigned slot = 1 + upTo(random, Publisher::SLOT_COUNT - 2);
   const LmSyncGuard guard(segment.lock());

@@ -17,7 +17,7 @@
 template <class Format>
 class PhoneTable : public RawSegment {
  public:
-  PhoneTable() : RawSegment(std::string("/") + Format::SEGMENT, PAYLOAD + sizeof(typename Format::Table)) {
+  PhoneTable() : RawSegment(std::string("/") + Format::segmentName(), PAYLOAD + sizeof(typename Format::Table)) {
     put32(0, sizeof(typename Format::Table));
     putImage(PAYLOAD, Format::emptyTable());
   }
