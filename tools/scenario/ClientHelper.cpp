@@ -33,9 +33,9 @@ constexpr std::array<unsigned, SOURCES.size()> NOTIFICATIONS = {
 using Counts = std::array<std::uint64_t, SOURCES.size()>;
 
 /// Counts on the notifier's delivery thread what the main thread, which alone refreshes, has to look after.
-class Ear {
+class Listener {
  public:
-  Ear() : mNotifier(false), mObserver(this, &Ear::update) {
+  Listener() : mNotifier(false), mObserver(this, &Listener::update) {
     if (::pipe2(mWake.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
       throw std::runtime_error("no pipe");
     }
@@ -45,13 +45,13 @@ class Ear {
     }
   }
 
-  ~Ear() {
+  ~Listener() {
     mNotifier.RemoveObserver(&mObserver);
     closeBoth();
   }
 
-  Ear(const Ear&) = delete;
-  Ear& operator=(const Ear&) = delete;
+  Listener(const Listener&) = delete;
+  Listener& operator=(const Listener&) = delete;
 
   /// Becomes readable when there is something new.
   int wakeFd() const { return mWake[0]; }
@@ -86,7 +86,7 @@ class Ear {
   std::mutex mMutex;
   Counts mCounts = {};  // guarded by mMutex
   LmSharedMemNotifier mNotifier;
-  LmObserver<Ear> mObserver;
+  LmObserver<Listener> mObserver;
 };
 
 std::string numberFirst(const std::string& name, unsigned char suffix) { return std::to_string(suffix) + ". " + name; }
@@ -155,7 +155,7 @@ class Client {
   }
 
   void follow() {
-    const Counts counts = mEar.counts();
+    const Counts counts = mListener.counts();
     for (const Source source : SOURCES) {
       const auto i = static_cast<std::size_t>(source);
       if (mFollow && counts.at(i) != mHandled.at(i)) {
@@ -167,7 +167,7 @@ class Client {
 
   /// @return whether it is a request, or that there will be none; else it is a change.
   bool awaitSomething() const {
-    std::array<pollfd, 2> ready = {{{mEnd.fd(), POLLIN, 0}, {mEar.wakeFd(), POLLIN, 0}}};
+    std::array<pollfd, 2> ready = {{{mEnd.fd(), POLLIN, 0}, {mListener.wakeFd(), POLLIN, 0}}};
     while (::poll(ready.data(), ready.size(), -1) < 0) {
       if (errno != EINTR) {
         throw std::runtime_error("poll");
@@ -177,7 +177,7 @@ class Client {
   }
 
   void awaitChange() const {
-    pollfd ready = {mEar.wakeFd(), POLLIN, 0};
+    pollfd ready = {mListener.wakeFd(), POLLIN, 0};
     while (::poll(&ready, 1, -1) < 0) {
       if (errno != EINTR) {
         throw std::runtime_error("poll");
@@ -205,7 +205,7 @@ class Client {
 
   const bool mFollow;
   const BenchEnd& mEnd;
-  Ear mEar;  // before the first look, so that no change falls between the two
+  Listener mListener;  // before the first look, so that no change falls between the two
   Counts mHandled = {};
 };
 

@@ -20,9 +20,9 @@ std::int64_t millisecondsIn(std::string_view unit) {
     return 1000;
   }
   if (unit == "m") {
-    return 60 * 1000;
+    return std::int64_t{60} * 1000;
   }
-  return unit == "h" ? 60 * 60 * 1000 : 0;
+  return unit == "h" ? std::int64_t{60} * 60 * 1000 : 0;
 }
 
 bool isDigit(char character) { return character >= '0' && character <= '9'; }

@@ -3,24 +3,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include "tools/scenario/Grammar.h"
+#include "tools/scenario/Page.h"
 #include "tools/scenario/Parser.h"
 
 using testing::HasSubstr;
 using testing::IsEmpty;
 
 namespace {
-
-std::string page() {
-  std::ifstream file(SCENARIO_PAGE, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 /// With every run of blanks and lines' ends as one blank.
 std::string flat(const std::string& text) {
@@ -30,16 +23,6 @@ std::string flat(const std::string& text) {
     flattened += word + ' ';
   }
   return flattened;
-}
-
-std::vector<std::string> scenarios(const std::string& text) {
-  static const std::string BEGIN = "```scenario\n";
-  std::vector<std::string> found;
-  for (std::size_t at = text.find(BEGIN); at != std::string::npos; at = text.find(BEGIN, at)) {
-    at += BEGIN.size();
-    found.push_back(text.substr(at, text.find("```", at) - at));
-  }
-  return found;
 }
 
 }  // namespace
@@ -54,8 +37,8 @@ TEST(ThePageOnScenarios, DescribesEveryCommand) {
   }
 }
 
-TEST(ThePageOnScenarios, HasExamplesThatCanBePlayed) {
-  const auto examples = scenarios(page());
+TEST(ThePageOnScenarios, HasExamplesThatFollowTheGrammar) {
+  const auto examples = scenariosOf(page());
 
   ASSERT_GE(examples.size(), 4U);
   for (const std::string& example : examples) {

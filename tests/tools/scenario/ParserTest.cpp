@@ -98,14 +98,15 @@ TEST(AnExpectation, MayLeaveMuchOut) {
 }
 
 TEST(AnUnknownWord, IsToldWithTheNearestAndWithWhatThereIs) {
-  EXPECT_EQ(mistake("wiat 1s"),
-            "file:1:1: unknown word 'wiat', did you mean 'wait'?; expected here: phone, bt, cp, aap, funcinfo, client, "
-            "saved, wait, random, expect");
+  EXPECT_EQ(
+      mistake("waitx 1s"),
+      "file:1:1: unknown word 'waitx', did you mean 'wait'?; expected here: phone, bt, cp, aap, funcinfo, client, "
+      "saved, wait, random, expect");
   EXPECT_THAT(mistake("\nclient restrat"), HasSubstr("file:2:8: unknown word 'restrat', did you mean 'restart'?"));
   EXPECT_THAT(
       mistake("bt crash while=lokced"),
       HasSubstr("file:1:16: unknown word 'lokced', did you mean 'locked'?; expected here: locked, half, notify"));
-  EXPECT_THAT(mistake("phone add anna nmae=x"), HasSubstr("file:1:16: unknown word 'nmae', did you mean 'name'?"));
+  EXPECT_THAT(mistake("phone add anna namex=x"), HasSubstr("file:1:16: unknown word 'namex', did you mean 'name'?"));
   EXPECT_THAT(mistake("phone add anna ; bt pair ana"),
               HasSubstr("file:1:26: unknown phone 'ana', did you mean 'anna'?"));
 }
@@ -158,7 +159,7 @@ TEST(APhoneThatIsAddedWrongly, IsOneMistakeAndNotMany) {
 }
 
 TEST(EveryMistake, IsToldInItsPlace) {
-  EXPECT_THAT(mistakes("wiat 1s\nx=\nwait 1s\nbt pari"),
+  EXPECT_THAT(mistakes("waitx 1s\nx=\nwait 1s\nbt pari"),
               ElementsAre(HasSubstr("file:1:1:"), HasSubstr("file:2:3:"), HasSubstr("file:4:4:")));
 }
 
