@@ -6,6 +6,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -182,7 +183,8 @@ std::vector<SavedNumber> ProcessBench::saved() {
   for (std::size_t at = 0; at < FILE_SIZE && bytes[at] != 0; at += RECORD_SIZE) {
     SavedNumber number;
     number.btid = static_cast<std::uint8_t>(bytes[at + ID_OFFSET]);
-    number.name = std::string(bytes.substr(at + NAME_OFFSET, NAME_LENGTH + 1).c_str());
+    number.name = bytes.substr(at + NAME_OFFSET, NAME_LENGTH);
+    number.name.erase(std::min(number.name.find('\0'), number.name.size()));
     number.suffix = static_cast<std::uint8_t>(bytes[at + NUMBER_OFFSET]);
     numbers.push_back(number);
   }

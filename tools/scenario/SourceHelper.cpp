@@ -114,8 +114,8 @@ void obey(Publisher& publisher, Record& request) {
 }
 
 template <class Publisher>
-void serve(const BenchEnd& end) {
-  const bench::TableClaim claim(Publisher::SEGMENT);
+void serve(Source source, const BenchEnd& end) {
+  const bench::TableClaim claim(segmentOf(source));
   Publisher publisher;
   end.serve([&](Record& request) {
     obey(publisher, request);
@@ -133,13 +133,13 @@ void addPhone(Record& record, const Phone& phone) {
 void runSource(Source source, const BenchEnd& end) {
   switch (source) {
     case Source::BT:
-      serve<bench::BtPublisher>(end);
+      serve<bench::BtPublisher>(source, end);
       return;
     case Source::CP:
-      serve<bench::CpPublisher>(end);
+      serve<bench::CpPublisher>(source, end);
       return;
     case Source::AAP:
-      serve<bench::AapPublisher>(end);
+      serve<bench::AapPublisher>(source, end);
       return;
   }
 }
