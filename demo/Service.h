@@ -37,7 +37,7 @@ class Service {
   int run() {
     std::optional<idl::bench::TableClaim> claim;
     try {
-      claim.emplace(Publisher::segmentName());
+      claim.emplace(Publisher::SEGMENT);
       mPublisher.initialise();
     } catch (const std::exception& error) {
       std::cerr << error.what() << std::endl;

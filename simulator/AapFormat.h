@@ -37,7 +37,7 @@ struct AapFormat {
   static constexpr unsigned SLOT_COUNT = Table::SLOT_COUNT;
   static constexpr std::size_t SLOTS_OFFSET = offsetof(Table, slots);  // in the payload
 
-  static const char* segmentName() { return wire::AAP_SEGMENT; }
+  static constexpr const char* segmentName() { return wire::AAP_SEGMENT; }
 
   static Slot freeSlot() {
     Slot slot = {};

@@ -39,8 +39,7 @@ struct BtFormat {
   static constexpr unsigned SLOT_COUNT = Table::SLOT_COUNT;
   static constexpr std::size_t SLOTS_OFFSET = offsetof(Table, slots);  // in the payload
 
-  // No constant: the one behind it lies at another address in each file of a program.
-  static const char* segmentName() { return wire::BT_SEGMENT; }
+  static constexpr const char* segmentName() { return wire::BT_SEGMENT; }
 
   static Slot freeSlot() {
     Slot slot = {};

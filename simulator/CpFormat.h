@@ -38,7 +38,7 @@ struct CpFormat {
   static constexpr unsigned SLOT_COUNT = Table::PHONE_COUNT;
   static constexpr std::size_t SLOTS_OFFSET = offsetof(Table, phones);  // in the payload
 
-  static const char* segmentName() { return wire::CARPLAY_SEGMENT; }
+  static constexpr const char* segmentName() { return wire::CARPLAY_SEGMENT; }
 
   static Slot freeSlot() { return {}; }
 

@@ -45,11 +45,9 @@ class SlotPublisher {
  public:
   using Phone = typename Format::Phone;
 
+  static const char* const SEGMENT;  // its bare name, and that of its lock
   static constexpr unsigned SLOT_COUNT = Format::SLOT_COUNT;
   static constexpr std::size_t SLOT_SIZE = sizeof(typename Format::Slot);
-
-  /// The bare name of the segment and of its lock.
-  static const char* segmentName();
 
   /// Opens or creates the segment; a table that is there already stays as it is.
   SlotPublisher();

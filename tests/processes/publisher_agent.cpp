@@ -69,7 +69,7 @@ void obey(Publisher& publisher, const std::string& command, Words& words) {
   } else if (command == "clear") {
     publisher.clear(words.number<unsigned>());
   } else if (command == "hold") {
-    static const LmSharedSyncObject lock(Publisher::segmentName());
+    static const LmSharedSyncObject lock(Publisher::SEGMENT);
     lock.lock();
   } else if (command == "connect") {
     connect(publisher, words.number<std::uint64_t>());
