@@ -51,7 +51,7 @@ class NotingBench : public idl::tools::Bench {
   idl::tools::MaybeList list() override {
     ++looks;
     if (lists.size() > 1) {
-      const idl::tools::MaybeList first = lists.front();
+      idl::tools::MaybeList first = lists.front();
       lists.pop_front();
       return first;
     }
