@@ -26,15 +26,22 @@ AapDevice toRecord(const AapSlot& slot) {
 
 AapIntegratedDeviceList::AapIntegratedDeviceList() : sharedMem(new AapDeviceListSharedMem) {}
 
+AapIntegratedDeviceList::AapIntegratedDeviceList(std::nullptr_t) : sharedMem(nullptr) {}
+
 AapIntegratedDeviceList::~AapIntegratedDeviceList() {
   delete sharedMem;
   sharedMem = nullptr;
 }
 
 void AapIntegratedDeviceList::getFunctionDeviceList(std::vector<AapDevice>& out) {
-  out.clear();
   idl::wire::AapDeviceList table;
   const std::size_t count = readSlots(*sharedMem, table);
+  takeOccupied(table, count, out);
+}
+
+void AapIntegratedDeviceList::takeOccupied(const idl::wire::AapDeviceList& table, std::size_t count,
+                                           std::vector<AapDevice>& out) {
+  out.clear();
   out.reserve(count);
   for (std::size_t k = 0; k < count; ++k) {
     if (!fixedText(table.slots[k].id).empty()) {

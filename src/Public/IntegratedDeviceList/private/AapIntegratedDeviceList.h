@@ -2,8 +2,10 @@
 #ifndef INTEGRATEDDEVICELIST_PRIVATE_AAPINTEGRATEDDEVICELIST_H
 #define INTEGRATEDDEVICELIST_PRIVATE_AAPINTEGRATEDDEVICELIST_H
 
+#include <cstddef>
 #include <vector>
 
+#include "IntegratedDeviceList/WireFormat.h"
 #include "IntegratedDeviceListBase.h"
 
 class AapDeviceListSharedMem;
@@ -19,6 +21,13 @@ class AapIntegratedDeviceList : public IntegratedDeviceListBase<AapDevice> {
 
   void getFunctionDeviceList(std::vector<AapDevice>& out) override;
   IntegratedDevice toIntegratedDevice(const AapDevice& record) override;
+
+ protected:
+  /// For whoever reads a table that is not attached, and overrides getFunctionDeviceList().
+  explicit AapIntegratedDeviceList(std::nullptr_t);
+
+  /// Replaces `out` by the occupied records among the first `count` slots.
+  static void takeOccupied(const idl::wire::AapDeviceList& table, std::size_t count, std::vector<AapDevice>& out);
 
  private:
   AapDeviceListSharedMem* sharedMem;  // owned

@@ -27,15 +27,22 @@ BtPairedDevice toRecord(const BtSlot& slot) {
 
 BtIntegratedDeviceList::BtIntegratedDeviceList() : sharedMem(new BtPairedDeviceListSharedMem) {}
 
+BtIntegratedDeviceList::BtIntegratedDeviceList(std::nullptr_t) : sharedMem(nullptr) {}
+
 BtIntegratedDeviceList::~BtIntegratedDeviceList() {
   delete sharedMem;
   sharedMem = nullptr;
 }
 
 void BtIntegratedDeviceList::getFunctionDeviceList(std::vector<BtPairedDevice>& out) {
-  out.clear();
   idl::wire::BtPairedDeviceList table;
   const std::size_t count = readSlots(*sharedMem, table);
+  takeOccupied(table, count, out);
+}
+
+void BtIntegratedDeviceList::takeOccupied(const idl::wire::BtPairedDeviceList& table, std::size_t count,
+                                          std::vector<BtPairedDevice>& out) {
+  out.clear();
   out.reserve(count);
   for (std::size_t k = 0; k < count; ++k) {
     if (table.slots[k].id != BtPairedDevice::ID_NONE) {

@@ -2,8 +2,10 @@
 #ifndef INTEGRATEDDEVICELIST_PRIVATE_BTINTEGRATEDDEVICELIST_H
 #define INTEGRATEDDEVICELIST_PRIVATE_BTINTEGRATEDDEVICELIST_H
 
+#include <cstddef>
 #include <vector>
 
+#include "IntegratedDeviceList/WireFormat.h"
 #include "IntegratedDeviceListBase.h"
 
 class BtPairedDeviceListSharedMem;
@@ -19,6 +21,14 @@ class BtIntegratedDeviceList : public IntegratedDeviceListBase<BtPairedDevice> {
 
   void getFunctionDeviceList(std::vector<BtPairedDevice>& out) override;
   IntegratedDevice toIntegratedDevice(const BtPairedDevice& record) override;
+
+ protected:
+  /// For whoever reads a table that is not attached, and overrides getFunctionDeviceList().
+  explicit BtIntegratedDeviceList(std::nullptr_t);
+
+  /// Replaces `out` by the occupied records among the first `count` slots.
+  static void takeOccupied(const idl::wire::BtPairedDeviceList& table, std::size_t count,
+                           std::vector<BtPairedDevice>& out);
 
  private:
   BtPairedDeviceListSharedMem* sharedMem;  // owned

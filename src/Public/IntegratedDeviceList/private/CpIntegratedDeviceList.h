@@ -2,7 +2,7 @@
 #ifndef INTEGRATEDDEVICELIST_PRIVATE_CPINTEGRATEDDEVICELIST_H
 #define INTEGRATEDDEVICELIST_PRIVATE_CPINTEGRATEDDEVICELIST_H
 
-#include <cstdint>
+#include <cstddef>
 #include <vector>
 
 #include "IntegratedDeviceListBase.h"
@@ -21,10 +21,11 @@ class CpIntegratedDeviceList : public IntegratedDeviceListBase<cps_def::WCPAtom>
   void getFunctionDeviceList(std::vector<cps_def::WCPAtom>& out) override;
   IntegratedDevice toIntegratedDevice(const cps_def::WCPAtom& atom) override;
 
- private:
-  cps_def::WCPAtom readAtom(unsigned slot) const;
-  std::int32_t portOf(std::uint64_t identifier) const;
+ protected:
+  /// For whoever reads a resource that is not attached, and overrides both functions above.
+  explicit CpIntegratedDeviceList(std::nullptr_t);
 
+ private:
   CarPlayInfoSharedMem* sharedMem;  // owned
 };
 

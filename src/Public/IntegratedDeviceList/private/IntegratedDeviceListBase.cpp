@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "Decisions.h"
 #include "IntegratedDeviceList/idl.h"
 
 template <class T>
@@ -35,6 +36,8 @@ void IntegratedDeviceListBase<T>::createDeviceList(const std::vector<T>& records
       btList.push_back(std::move(device));
     } else if (device.port > 0) {
       usbList.push_back(std::move(device));
+    } else {
+      Decisions::heard([&](Decisions& listener) { listener.leftOut(device); });
     }
   }
 }

@@ -8,6 +8,7 @@
 #include "AapIntegratedDeviceList.h"
 #include "BtIntegratedDeviceList.h"
 #include "CpIntegratedDeviceList.h"
+#include "Decisions.h"
 #include "FuncInfoSharedMem.h"
 #include "IntegratedDeviceList/idl.h"
 #include "LmFramework/LmDbgOutput.h"
@@ -78,6 +79,22 @@ LmSIntegratedDeviceListImpl::LmSIntegratedDeviceListImpl()
   btAdapter = bt.release();
   cpAdapter = cp.release();
   aapAdapter = aap.release();
+}
+
+LmSIntegratedDeviceListImpl::LmSIntegratedDeviceListImpl(std::unique_ptr<BtIntegratedDeviceList> bt,
+                                                         std::unique_ptr<CpIntegratedDeviceList> cp,
+                                                         std::unique_ptr<AapIntegratedDeviceList> aap,
+                                                         std::unique_ptr<SuffixProvider> provider, bool awaitsBluetooth)
+    : initialized(true),
+      started(false),
+      btAdapter(bt.release()),
+      cpAdapter(cp.release()),
+      aapAdapter(aap.release()),
+      suffixProvider(provider.release()),
+      unread(0) {
+  if (awaitsBluetooth) {
+    awaited.insert(LmSIntegratedDeviceListDef::DEVICE_TYPE_BT);
+  }
 }
 
 LmSIntegratedDeviceListImpl::~LmSIntegratedDeviceListImpl() {
@@ -174,6 +191,7 @@ void LmSIntegratedDeviceListImpl::tryStart(DeviceType type) {
 }
 
 void LmSIntegratedDeviceListImpl::updateDeviceList() {
+  Decisions::heard([](Decisions& listener) { listener.mergingBegins(); });
   std::vector<IntegratedDevice> pairedList;
   std::vector<IntegratedDevice> fetched;
   std::vector<IntegratedDevice> unmatched;
@@ -189,6 +207,7 @@ void LmSIntegratedDeviceListImpl::updateDeviceList() {
   aapAdapter->getUsbDeviceList(fetched);
   appendTo(usbOnlyList, fetched);
   for (IntegratedDevice& device : unmatched) {
+    Decisions::heard([&](Decisions& listener) { listener.pairingUnknown(device, idl::isUsbConnected(device)); });
     if (idl::isUsbConnected(device)) {
       device.btid = DeviceInfo::BTID_NONE;  // it claims a pairing that Bluetooth does not know
       usbOnlyList.push_back(std::move(device));
@@ -208,6 +227,7 @@ void LmSIntegratedDeviceListImpl::aggregateDeviceList(std::vector<IntegratedDevi
       return idl::isBtPaired(candidate) && candidate.btid == device.btid;
     });
     if (match != target.end()) {
+      Decisions::heard([&](Decisions& listener) { listener.folded(device, *match); });
       fold(device, *match);
     } else {
       unmatched.push_back(device);

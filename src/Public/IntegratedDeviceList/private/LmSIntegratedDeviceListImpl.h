@@ -3,6 +3,7 @@
 #define INTEGRATEDDEVICELIST_PRIVATE_LMSINTEGRATEDDEVICELISTIMPL_H
 
 #include <cstdint>
+#include <memory>
 #include <set>
 #include <vector>
 
@@ -25,6 +26,13 @@ class LmSIntegratedDeviceListImpl {
   using IntegratedDevice = LmSIntegratedDeviceListDef::IntegratedDevice;
 
   LmSIntegratedDeviceListImpl();
+
+  /// A list of other adapters and another provider than those of the unit's tables and its saved numbers. It begins
+  /// initialised: it awaits Bluetooth if that is said.
+  LmSIntegratedDeviceListImpl(std::unique_ptr<BtIntegratedDeviceList> bt, std::unique_ptr<CpIntegratedDeviceList> cp,
+                              std::unique_ptr<AapIntegratedDeviceList> aap, std::unique_ptr<SuffixProvider> provider,
+                              bool awaitsBluetooth);
+
   LmSIntegratedDeviceListImpl(const LmSIntegratedDeviceListImpl&) = delete;
   LmSIntegratedDeviceListImpl& operator=(const LmSIntegratedDeviceListImpl&) = delete;
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <set>
 
+#include "Decisions.h"
 #include "IntegratedDeviceList/idl.h"
 #include "LmFramework/LmDbgOutput.h"
 #include "SysDataWrapper.h"
@@ -20,18 +21,30 @@ constexpr std::size_t MAX_SUFFIX = 255;
 using LmSIntegratedDeviceListDef::DeviceInfo;
 
 // Of equal keys the first entry of `table` counts, even where a later one has the name.
-template <class Key>
-void takeOverNumber(const DeviceInfo& old, std::vector<DeviceInfo>& table, Key DeviceInfo::*key) {
+template <class Value>
+void takeOverNumber(const DeviceInfo& old, std::vector<DeviceInfo>& table, Value DeviceInfo::*key,
+                    Decisions::Key keyName) {
   const auto entry =
       std::find_if(table.begin(), table.end(), [&](const DeviceInfo& candidate) { return candidate.*key == old.*key; });
-  if (entry != table.end() && entry->name == old.name) {
+  if (entry == table.end()) {
+    return;
+  }
+  const bool isKept = entry->name == old.name;
+  if (isKept) {
     entry->suffix = old.suffix;
   }
+  Decisions::heard([&](Decisions& listener) {
+    const auto index = static_cast<std::size_t>(entry - table.begin());
+    isKept ? listener.numberKept(index, old, keyName) : listener.renamed(index, old, keyName);
+  });
 }
 
 }  // namespace
 
 SuffixProvider::SuffixProvider() : mStarted(false), mSysData(new SysDataWrapper), mFormat(nullptr) {}
+
+SuffixProvider::SuffixProvider(const std::vector<DeviceInfo>& saved)
+    : mStarted(false), mSuffixTable(saved), mSysData(nullptr), mFormat(nullptr) {}
 
 SuffixProvider::~SuffixProvider() {
   delete mSysData;
@@ -53,8 +66,12 @@ void SuffixProvider::start() {
   if (mStarted) {
     return;
   }
-  mSysData->load(mSuffixTable);
-  if (!checkSuffixTable(mSuffixTable)) {
+  if (mSysData != nullptr) {
+    mSysData->load(mSuffixTable);
+  }
+  const bool isValid = checkSuffixTable(mSuffixTable);
+  Decisions::heard([&](Decisions& listener) { listener.numbersLoaded(mSuffixTable.size(), !isValid); });
+  if (!isValid) {
     LmDbgOutput::DbgPrint(FILE_NAME, "start", __LINE__, LOG_TAG, "mSuffixTable is invalid.\n");
     mSuffixTable.clear();
   }
@@ -66,12 +83,15 @@ void SuffixProvider::appendSuffix(std::vector<IntegratedDevice>& list) {
     LmDbgOutput::DbgPrint(FILE_NAME, "appendSuffix", __LINE__, LOG_TAG, "not started.\n");
     return;
   }
+  Decisions::heard([](Decisions& listener) { listener.numberingBegins(); });
   std::vector<DeviceInfo> lastTable = takeOverNumbers(list);
   mSuffixTable.swap(lastTable);
   try {
     assignSuffixNumber();
     applySuffix(list);
-    mSysData->save(mSuffixTable);
+    if (mSysData != nullptr) {
+      mSysData->save(mSuffixTable);
+    }
   } catch (...) {
     mSuffixTable.swap(lastTable);
     throw;
@@ -91,15 +111,24 @@ void SuffixProvider::assignSuffixNumber() {
     }
   }
   const std::size_t candidates = std::min(mSuffixTable.size(), MAX_SUFFIX);
-  for (DeviceInfo& entry : mSuffixTable) {
+  for (std::size_t i = 0; i < mSuffixTable.size(); ++i) {
+    DeviceInfo& entry = mSuffixTable[i];
+    if (entry.suffix != NO_SUFFIX) {
+      continue;
+    }
     for (std::size_t k = 1; entry.suffix == NO_SUFFIX && k <= candidates; ++k) {
       const auto suffix = static_cast<std::uint8_t>(k);
       std::string candidate = makeSuffixedName(entry.name, suffix);
       if (std::find(takenNames.begin(), takenNames.end(), candidate) == takenNames.end()) {
         takenNames.push_back(std::move(candidate));
         entry.suffix = suffix;
+      } else {
+        Decisions::heard([&](Decisions& listener) { listener.numberTaken(i, suffix, candidate); });
       }
     }
+    Decisions::heard([&](Decisions& listener) {
+      entry.suffix != NO_SUFFIX ? listener.numberGiven(i, entry.suffix) : listener.noNumberLeft(i);
+    });
   }
 }
 
@@ -140,12 +169,12 @@ std::vector<DeviceInfo> SuffixProvider::takeOverNumbers(const std::vector<Integr
   std::vector<DeviceInfo> table(list.begin(), list.end());
   for (const DeviceInfo& old : mSuffixTable) {
     if (idl::isBtPaired(old)) {
-      takeOverNumber(old, table, &DeviceInfo::btid);
+      takeOverNumber(old, table, &DeviceInfo::btid, Decisions::Key::BTID);
     }
   }
   for (const DeviceInfo& old : mSuffixTable) {
     if (idl::isUsbConnected(old)) {
-      takeOverNumber(old, table, &DeviceInfo::port);
+      takeOverNumber(old, table, &DeviceInfo::port, Decisions::Key::PORT);
     }
   }
   return table;

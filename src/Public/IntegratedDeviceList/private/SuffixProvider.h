@@ -19,6 +19,10 @@ class SuffixProvider {
   using IntegratedDevice = LmSIntegratedDeviceListDef::IntegratedDevice;
 
   SuffixProvider();
+
+  /// Starts with these numbers instead of those of the system-data file, and saves none.
+  explicit SuffixProvider(const std::vector<DeviceInfo>& saved);
+
   SuffixProvider(const SuffixProvider&) = delete;
   SuffixProvider& operator=(const SuffixProvider&) = delete;
   virtual ~SuffixProvider();  // does not save
@@ -60,7 +64,7 @@ class SuffixProvider {
 
   bool mStarted;
   std::vector<DeviceInfo> mSuffixTable;  // entry i describes element i of the last list, under its own name
-  SysDataWrapper* mSysData;              // owned
+  SysDataWrapper* mSysData;              // owned; null: nothing is loaded or saved
   NameFormatFunc mFormat;                // null: the built-in format
 };
 

@@ -105,6 +105,10 @@ void SysDataWrapper::load(std::vector<DeviceInfo>& table) {
     access.Read(image.data(), sizeof(image));
     access.Seek(0, 0);
   });
+  takeEntries(image, table);
+}
+
+void SysDataWrapper::takeEntries(const SuffixFileImage& image, std::vector<DeviceInfo>& table) {
   table.clear();
   for (const SuffixRecord& record : image) {
     if (record.inUse == 0) {

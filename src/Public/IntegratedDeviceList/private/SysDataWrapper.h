@@ -28,6 +28,9 @@ class SysDataWrapper {
   /// was there count.
   void load(std::vector<LmSIntegratedDeviceListDef::DeviceInfo>& table);
 
+  /// Replaces `table` by the records of `image` up to the first that is not in use.
+  static void takeEntries(const SuffixFileImage& image, std::vector<LmSIntegratedDeviceListDef::DeviceInfo>& table);
+
  private:
   SuffixFileImage image;  // what was last read or written
 };

@@ -1,0 +1,207 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <cstring>
+#include <iomanip>
+#include <memory>
+
+#include "tools/idlctl/Command.h"
+#include "tools/idlctl/FindingOutput.h"
+#include "tools/idlctl/PhoneOutput.h"
+#include "tools/inspect/TableDump.h"
+#include "tools/text/Escape.h"
+#include "tools/text/JsonText.h"
+
+namespace idl::tools {
+
+namespace {
+
+struct Options {
+  std::string what;
+  std::string format;
+  bool isHex = false;
+  bool isChecked = false;
+  bool isJson = false;
+};
+
+std::string numberText(const DumpedField& field) {
+  return field.isSigned ? std::to_string(static_cast<std::int64_t>(field.number)) : std::to_string(field.number);
+}
+
+std::string valueText(const DumpedField& field) {
+  return field.kind == DumpedField::Kind::TEXT ? quotedText(field.text) + (field.hasEnd ? "" : " (without an end)")
+                                               : numberText(field);
+}
+
+void put(nlohmann::json& object, const DumpedField& field) {
+  if (field.kind == DumpedField::Kind::TEXT) {
+    setText(object, field.name, field.text);
+    if (!field.hasEnd) {
+      object[std::string(field.name) + "HasNoEnd"] = true;
+    }
+  } else if (field.kind == DumpedField::Kind::LONG_NUMBER) {
+    object[field.name] = numberText(field);
+  } else if (field.isSigned) {
+    object[field.name] = static_cast<std::int64_t>(field.number);
+  } else {
+    object[field.name] = field.number;
+  }
+}
+
+nlohmann::json asJson(const Source& source, const TableCopy& copy, const TableDump& dump) {
+  nlohmann::json object;
+  object["schema"] = JSON_SCHEMA;
+  object["source"] = source.word;
+  object["segment"] = source.segment;
+  object["size"] = decimal(copy.objectSize);
+  for (const DumpedField& field : dump.head) {
+    put(object, field);
+  }
+  object["slots"] = nlohmann::json::array();
+  for (const DumpedSlot& slot : dump.slots) {
+    nlohmann::json fields;
+    fields["slot"] = slot.slot;
+    fields["occupied"] = slot.isOccupied;
+    for (const DumpedField& field : slot.fields) {
+      put(fields, field);
+    }
+    object["slots"].push_back(fields);
+  }
+  return object;
+}
+
+void printHex(const std::string& bytes, std::ostream& out) {
+  constexpr std::size_t WIDTH = 16;
+  out << std::hex << std::setfill('0');
+  for (std::size_t at = 0; at < bytes.size(); at += WIDTH) {
+    const std::string line = bytes.substr(at, WIDTH);
+    out << std::setw(6) << at << ' ';
+    for (std::size_t k = 0; k < WIDTH; ++k) {
+      if (k < line.size()) {
+        out << ' ' << std::setw(2) << unsigned{static_cast<unsigned char>(line[k])};
+      } else {
+        out << "   ";
+      }
+    }
+    out << "  ";
+    for (const char byte : line) {
+      out << (byte >= ' ' && byte <= '~' ? byte : '.');
+    }
+    out << '\n';
+  }
+  out << std::dec << std::setfill(' ');
+}
+
+void printTable(const Source& source, const TableCopy& copy, const TableDump& dump, const Streams& streams) {
+  streams.out << source.segment << ": " << copy.objectSize << " bytes\n";
+  for (const DumpedField& field : dump.head) {
+    streams.out << field.name << ": " << valueText(field) << '\n';
+  }
+  if (!source.isTable) {
+    return;
+  }
+  std::vector<TextTable::Column> columns = {{"Slot", Align::RIGHT}};
+  if (!dump.slots.empty()) {
+    for (const DumpedField& field : dump.slots[0].fields) {
+      columns.push_back({field.name, field.kind == DumpedField::Kind::TEXT ? Align::LEFT : Align::RIGHT});
+    }
+  }
+  TextTable table(columns);
+  std::size_t free = 0;
+  for (const DumpedSlot& slot : dump.slots) {
+    if (!slot.isOccupied) {
+      ++free;
+      continue;
+    }
+    std::vector<TextTable::Cell> cells = {{std::to_string(slot.slot)}};
+    for (const DumpedField& field : slot.fields) {
+      cells.push_back({valueText(field)});
+    }
+    table.add(cells);
+  }
+  streams.out << table.text(streams.colour) << free << " of " << dump.slots.size() << " slots are free\n";
+}
+
+// What a file is, told by its size where nobody says.
+const Source* formatOf(const Options& options, const TableCopy& copy) {
+  if (!options.format.empty()) {
+    return sourceCalled(options.format.c_str());
+  }
+  for (const Source* source : SOURCES) {
+    if (source->segmentSize == copy.objectSize) {
+      return source;
+    }
+  }
+  return nullptr;
+}
+
+int run(const Options& options, const Streams& streams) {
+  const Source* source = sourceCalled(options.what.c_str());
+  TableCopy copy;
+  if (source != nullptr) {
+    copy = copyTable(*source);
+  } else {
+    const Source* largest = &CP_SOURCE;
+    copy = copyFile(*largest, options.what);
+    source = copy.isRead() ? formatOf(options, copy) : largest;
+    if (source == nullptr) {
+      streams.err << "idlctl: no table has " << copy.objectSize << " bytes; say with --as what "
+                  << quotedText(options.what) << " is\n";
+      return EXIT_USAGE;
+    }
+    copy.bytes.resize(std::min(copy.bytes.size(), source->segmentSize));
+    copy.wasLocked = true;  // a file has no lock
+  }
+  if (!copy.isRead()) {
+    streams.err << "idlctl: " << quotedText(options.what) << ": "
+                << (copy.isAbsent()                               ? "absent"
+                    : copy.state == TableCopy::State::NOT_A_TABLE ? "not a table"
+                                                                  : std::strerror(copy.error))
+                << '\n';
+    return EXIT_CANNOT_OPEN;
+  }
+  if (!copy.wasLocked) {
+    streams.err << source->word << ": read without lock\n";
+  }
+  const TableDump dump = dumpTable(*source, copy);
+  std::vector<Finding> findings = checkObject(*source, copy);
+  const std::vector<Finding> inRecords = checkRecords(*source, copy);
+  findings.insert(findings.end(), inRecords.begin(), inRecords.end());
+  if (options.isJson) {
+    nlohmann::json object = asJson(*source, copy, dump);
+    object["readWithoutLock"] = !copy.wasLocked;
+    if (options.isChecked) {
+      object["findings"] = jsonOf(findings);
+    }
+    streams.out << jsonText(object) << '\n';
+  } else if (options.isHex) {
+    printHex(copy.bytes, streams.out);
+  } else {
+    printTable(*source, copy, dump, streams);
+  }
+  if (options.isChecked && !options.isJson) {
+    print(findings, streams.out, streams.colour);
+  }
+  if (haveDamage(findings)) {
+    return EXIT_DAMAGED;
+  }
+  return options.isChecked && !findings.empty() ? EXIT_NO : EXIT_YES;
+}
+
+}  // namespace
+
+void addDump(CLI::App& app, Action& action) {
+  const auto options = std::make_shared<Options>();
+  app.add_option("what", options->what, "bt, cp, aap or funcinfo; or a file that holds such a segment")
+      ->required()
+      ->type_name("SOURCE|FILE");
+  app.add_option("--as", options->format, "what a file holds, if its size does not tell")
+      ->check(CLI::IsMember({"bt", "cp", "aap", "funcinfo"}));
+  CLI::Option* hex = app.add_flag("--hex", options->isHex, "the bytes");
+  app.add_flag("--check", options->isChecked, "say what is wrong with it, with 1 if anything is");
+  app.add_flag("--json", options->isJson, "one JSON object")->excludes(hex);
+  app.footer(
+      "4 when the table is damaged, with --check or without.\n"
+      "Examples:\n  idlctl dump bt\n  idlctl dump cp --check\n  idlctl dump saved.bin --as aap --json");
+  onChosen(app, action, options, run);
+}
+
+}  // namespace idl::tools

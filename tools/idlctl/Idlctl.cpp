@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/idlctl/Idlctl.h"
+
+#include <algorithm>
+#include <exception>
+
+#include "tools/text/Escape.h"
+#include "tools/text/NearestWord.h"
+
+namespace idl::tools {
+
+namespace {
+
+constexpr Command COMMANDS[] = {
+    {"list", "the list of phones that a client gets which starts now", addList},
+    {"watch", "the list, and then whatever changes in it", addWatch},
+    {"wait", "wait until something is true of the list or a source", addWait},
+    {"dump", "one table, decoded", addDump},
+    {"suffixes", "the saved numbers", addSuffixes},
+    {"doctor", "what is there, what is wrong with it, and what to do", addDoctor},
+    {"completion", "what a shell needs to complete arguments", addCompletion},
+};
+
+constexpr char FOOTER[] =
+    "Standard output is data, standard error is messages. Exit codes: 0 yes, 1 the answer is no, 2 wrong arguments,\n"
+    "3 cannot open, 4 damaged, 124 timed out.\n"
+    "list, watch, wait, dump and doctor change nothing on the unit.";
+
+}  // namespace
+
+void addCommands(CLI::App& app, Action& action) {
+  app.require_subcommand(1);
+  app.footer(FOOTER);
+  app.set_help_all_flag("--help-all", "the help of all commands");
+  for (const Command& command : COMMANDS) {
+    command.add(*app.add_subcommand(command.name, command.summary), action);
+  }
+}
+
+int idlctl(const std::vector<std::string>& arguments, const Streams& streams) {
+  CLI::App app("looks into the list of phones of a unit, and stands in for its services on a bench", "idlctl");
+  Action action;
+  addCommands(app, action);
+  try {
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser takes them
+    app.parse(std::move(reversed));
+  } catch (const CLI::CallForHelp&) {
+    streams.out << app.help();
+    return EXIT_YES;
+  } catch (const CLI::CallForAllHelp&) {
+    streams.out << app.help("", CLI::AppFormatMode::All);
+    return EXIT_YES;
+  } catch (const CLI::ParseError& error) {
+    streams.err << "idlctl: " << printable(error.what()) << '\n';
+    return EXIT_USAGE;
+  }
+  try {
+    return action(streams);
+  } catch (const std::exception& error) {
+    streams.err << "idlctl: " << printable(error.what()) << '\n';
+    return EXIT_CANNOT_OPEN;
+  }
+}
+
+}  // namespace idl::tools

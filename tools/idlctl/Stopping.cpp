@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/idlctl/Stopping.h"
+
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+
+namespace idl::tools {
+
+namespace {
+
+sigset_t gFormer;
+int gSignals = -1;
+
+}  // namespace
+
+Stopping::Stopping() {
+  sigset_t stopping;
+  sigemptyset(&stopping);
+  sigaddset(&stopping, SIGINT);
+  sigaddset(&stopping, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &stopping, &gFormer);
+  gSignals = signalfd(-1, &stopping, SFD_CLOEXEC);
+}
+
+Stopping::~Stopping() {
+  close(gSignals);
+  pthread_sigmask(SIG_SETMASK, &gFormer, nullptr);
+}
+
+bool Stopping::within(std::chrono::milliseconds duration) const {
+  pollfd entry = {gSignals, POLLIN, 0};
+  return poll(&entry, 1, static_cast<int>(duration.count())) > 0;
+}
+
+std::chrono::milliseconds Deadline::atMost(std::chrono::milliseconds pause) const {
+  if (!mEnd) {
+    return pause;
+  }
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(*mEnd - std::chrono::steady_clock::now());
+  return std::max(std::chrono::milliseconds(0), std::min(pause, left));
+}
+
+}  // namespace idl::tools

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+#ifndef TOOLS_INSPECT_LOCKVISIT_H
+#define TOOLS_INSPECT_LOCKVISIT_H
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+#include "LmFramework/posix/LockPage.h"
+
+namespace idl::tools {
+
+/// Holds a named lock for the moment of a copy, as a guest: the lock's file is never made, repaired, lengthened or
+/// taken over from a dead holder, and has the same bytes before and after. Where that is not possible, nothing is held.
+///
+/// A guest that dies while it holds is like any other dead holder.
+class LockVisit {
+ public:
+  /// Waits for the lock as long as `patience`.
+  LockVisit(const std::string& name, std::chrono::milliseconds patience);
+  LockVisit(const LockVisit&) = delete;
+  LockVisit& operator=(const LockVisit&) = delete;
+  ~LockVisit();
+
+  bool isHeld() const { return mIsHeld; }
+
+ private:
+  bool open(const std::string& name);
+  bool takeByte();
+  bool take(std::chrono::milliseconds patience);
+
+  int mDescriptor = -1;
+  LockPage mPage;
+  std::uint32_t mMine = 0;
+  bool mIsHeld = false;
+};
+
+}  // namespace idl::tools
+
+#endif
