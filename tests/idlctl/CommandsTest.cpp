@@ -46,7 +46,7 @@ class Idlctl : public testing::Test {
     LmSIntegratedDeviceList::destroy();
   }
 
-  std::string savedFile() const { return mFolder.path() + "/IDLSuffix.ini"; }
+  std::string savedFile() const { return mFolder.path() / "IDLSuffix.ini"; }
 
   SaveFolder mFolder;
 };

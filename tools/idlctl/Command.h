@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <memory>
 #include <ostream>
 
 namespace idl::tools {
@@ -39,6 +40,8 @@ void addList(CLI::App& app, Action& action);
 void addWatch(CLI::App& app, Action& action);
 void addWait(CLI::App& app, Action& action);
 void addDump(CLI::App& app, Action& action);
+void addPublish(CLI::App& app, Action& action);
+void addRun(CLI::App& app, Action& action);
 void addSuffixes(CLI::App& app, Action& action);
 void addDoctor(CLI::App& app, Action& action);
 void addCompletion(CLI::App& app, Action& action);

@@ -16,6 +16,8 @@ constexpr Command COMMANDS[] = {
     {"watch", "the list, and then whatever changes in it", addWatch},
     {"wait", "wait until something is true of the list or a source", addWait},
     {"dump", "one table, decoded", addDump},
+    {"publish", "stand in for a service until stopped", addPublish},
+    {"run", "play scenarios on a bench of processes", addRun},
     {"suffixes", "the saved numbers", addSuffixes},
     {"doctor", "what is there, what is wrong with it, and what to do", addDoctor},
     {"completion", "what a shell needs to complete arguments", addCompletion},

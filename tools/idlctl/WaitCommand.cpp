@@ -109,7 +109,7 @@ void addWait(CLI::App& app, Action& action) {
   app.footer(
       "All that is asked for has to be true at once.\nExamples:\n  idlctl wait --name 'iPhone*' --timeout 5s\n"
       "  idlctl wait --count 0\n  idlctl wait --source bt --state present");
-  app.final_callback([=] {
+  app.parse_complete_callback([=] {
     if (name->empty() && btid->empty() && type->empty() && count->empty() && source->empty()) {
       throw CLI::RequiredError("what to wait for: --name, --btid, --type, --count or --source");
     }

@@ -11,7 +11,7 @@
 
 #include "tools/scenario/Phone.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 /// The bench cannot do what it should: a process that does not answer, a segment that cannot be opened.
 class BenchTrouble : public std::runtime_error {
@@ -99,6 +99,6 @@ class Bench {
   virtual void garbageSaved(std::uint32_t seed) = 0;
 };
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario
 
 #endif

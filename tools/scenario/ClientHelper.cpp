@@ -18,7 +18,7 @@
 #include "LmFramework/SharedMemory/LmSharedMemNotifier.h"
 #include "simulator/BenchNotification.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 namespace {
 
@@ -236,4 +236,4 @@ MaybeList takeList(Record& answer) {
   return isStarted ? MaybeList(rows) : std::nullopt;
 }
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario

@@ -10,7 +10,7 @@
 #include "tools/scenario/Helper.h"
 #include "tools/scenario/Record.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 /// What the client is asked: the request's first number. What follows it is in brackets.
 enum class ClientRequest : std::uint64_t {
@@ -26,6 +26,6 @@ void runClient(const ClientOptions& options, const std::string& saveFolder, cons
 
 MaybeList takeList(Record& answer);
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario
 
 #endif

@@ -8,7 +8,7 @@
 #include "tools/text/Escape.h"
 #include "tools/text/TextTable.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 namespace {
 
@@ -237,4 +237,4 @@ bool isInOrder(const std::vector<Row>& rows) {
   return std::is_sorted(rows.begin(), rows.end(), [&](const Row& a, const Row& b) { return key(a) < key(b); });
 }
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario

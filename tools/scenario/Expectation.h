@@ -9,7 +9,7 @@
 #include "tools/scenario/Parser.h"
 #include "tools/scenario/Phone.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 /// What a client has; nothing when its list is not started.
 using MaybeList = std::optional<std::vector<Row>>;
@@ -33,6 +33,6 @@ std::string listText(const MaybeList& list, bool colour);
 /// Bluetooth id.
 bool isInOrder(const std::vector<Row>& rows);
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario
 
 #endif

@@ -10,7 +10,7 @@
 
 #include "tools/scenario/Lexer.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 namespace {
 
@@ -280,4 +280,4 @@ std::vector<std::string> completions(std::string_view line, const std::vector<st
   return found;
 }
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario

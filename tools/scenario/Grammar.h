@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 enum class CommandKind {
   PHONE_ADD,
@@ -113,6 +113,6 @@ const std::vector<CommandShape>& commandShapes();
 /// completed unless a blank follows it.
 std::vector<std::string> completions(std::string_view line, const std::vector<std::string>& phones);
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario
 
 #endif

@@ -22,7 +22,7 @@
 
 #include "tools/scenario/Bench.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 namespace {
 
@@ -251,4 +251,4 @@ void Helper::died() {
   throw BenchTrouble(mName + ": has died");
 }
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario

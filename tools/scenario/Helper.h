@@ -10,7 +10,7 @@
 
 #include "tools/scenario/Record.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 /// The helper's end of the connection with the bench. In a process that Helper forked.
 class BenchEnd {
@@ -78,6 +78,6 @@ class Helper {
   int mFd = -1;
 };
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario
 
 #endif

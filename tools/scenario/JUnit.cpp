@@ -7,7 +7,7 @@
 
 #include "tools/text/Escape.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 namespace {
 
@@ -100,4 +100,4 @@ std::string junitXml(const std::vector<RunResult>& results) {
   return text + "</testsuites>\n";
 }
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario

@@ -8,7 +8,7 @@
 #include "tools/text/Escape.h"
 #include "tools/text/Utf8.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 namespace {
 
@@ -159,4 +159,4 @@ Lexing lex(const std::string& file, std::string_view text) {
   return result;
 }
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 /// A place in a scenario, both numbers from 1; columns count characters.
 struct Position {
@@ -56,6 +56,6 @@ struct Lexing {
 };
 Lexing lex(const std::string& file, std::string_view text);
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario
 
 #endif

@@ -9,7 +9,7 @@
 #include "tools/text/Escape.h"
 #include "tools/text/NearestWord.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 namespace {
 
@@ -293,4 +293,4 @@ Value Parser::valueOf(const Operand& kind, const Token& token) const {
   return value;
 }
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario

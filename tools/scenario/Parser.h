@@ -15,7 +15,7 @@
 #include "tools/scenario/Lexer.h"
 #include "tools/scenario/Phone.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 /// An operand or what an option gives, checked.
 struct Value {
@@ -79,6 +79,6 @@ class Parser {
   std::set<std::string> mPhones;
 };
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario
 
 #endif

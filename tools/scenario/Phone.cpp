@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/scenario/Phone.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 namespace {
 
@@ -29,4 +29,4 @@ std::optional<Source> sourceOf(std::string_view word) {
 
 unsigned slotCount(Source source) { return factsOf(source).slots; }
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 /// The services that list phones; the numbers are the list's device types.
 enum class Source { BT = 0, CP = 1, AAP = 2 };
@@ -55,6 +55,6 @@ struct Row {
   std::string aapId;
 };
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario
 
 #endif

@@ -20,7 +20,7 @@
 #include "tools/scenario/ClientHelper.h"
 #include "tools/scenario/SourceHelper.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 namespace {
 
@@ -259,4 +259,4 @@ void ProcessBench::writeSaved(const std::string& bytes) const {
   }
 }
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario

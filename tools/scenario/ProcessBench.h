@@ -12,7 +12,7 @@
 #include "tools/scenario/Bench.h"
 #include "tools/scenario/Helper.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 /// A bench of processes, in the shared-memory folder that they find, which should be one of their own: each stand-in
 /// service is a process, so that a crash is one, and the client is a process with the library's own list.
@@ -67,6 +67,6 @@ class ProcessBench : public Bench {
   std::array<std::uint64_t, SOURCES.size()> mTold = {};  // changes of each source since the client started
 };
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario
 
 #endif

@@ -3,7 +3,7 @@
 
 #include "tools/text/Escape.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 namespace {
 
@@ -91,4 +91,4 @@ std::string RandomCommands::name() {
   return quotedText(oneOf(NAMES));
 }
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario

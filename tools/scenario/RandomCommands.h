@@ -9,7 +9,7 @@
 
 #include "tools/scenario/Roster.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 /// Makes up commands that are right at the moment: phones come, go and change their names, services and the client are
 /// ended, killed and started. What damages a table or the saved file is not among them, so every list has to be right.
@@ -34,6 +34,6 @@ class RandomCommands {
   std::mt19937_64 mEngine;
 };
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario
 
 #endif

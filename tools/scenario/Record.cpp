@@ -5,7 +5,7 @@
 
 #include "tools/scenario/Bench.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 Record& Record::add(std::uint64_t number) {
   char bytes[sizeof(number)];
@@ -40,4 +40,4 @@ std::string Record::text() {
   return text;
 }
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario

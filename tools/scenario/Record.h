@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 /// What the bench and its processes tell each other: numbers and texts, read in the order in which they were added.
 ///
@@ -31,6 +31,6 @@ class Record {
   std::size_t mRead = 0;
 };
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario
 
 #endif

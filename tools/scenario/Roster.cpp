@@ -5,7 +5,7 @@
 #include <set>
 #include <utility>
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 void Roster::add(const std::string& handle, Phone phone) {
   if (!mPhones.emplace(handle, std::move(phone)).second) {
@@ -91,4 +91,4 @@ PhoneTable Roster::table(Source source) const {
   return table;
 }
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario

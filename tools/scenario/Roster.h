@@ -11,7 +11,7 @@
 
 #include "tools/scenario/Phone.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 /// A scenario that asks for what cannot be: to unpair a phone that is not paired, an eleventh pairing.
 class ScenarioMistake : public std::runtime_error {
@@ -73,6 +73,6 @@ class Roster {
   std::array<Listings, SOURCES.size()> mListings;
 };
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario
 
 #endif

@@ -7,7 +7,7 @@
 
 #include "tools/text/Escape.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 namespace {
 
@@ -547,4 +547,4 @@ void Runner::wait(std::chrono::milliseconds duration) const {
   }
 }
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario

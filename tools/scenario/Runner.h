@@ -15,7 +15,7 @@
 #include "tools/scenario/RandomCommands.h"
 #include "tools/scenario/Roster.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 enum class Outcome {
   DONE,     // or, of an expectation, met
@@ -120,6 +120,6 @@ class Runner {
   bool mIsOver = false;  // beforeEach said so
 };
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario
 
 #endif

@@ -12,7 +12,7 @@
 #include "simulator/TableClaim.h"
 #include "tools/scenario/Bench.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 namespace {
 
@@ -176,4 +176,4 @@ std::size_t segmentSize(Source source) {
   return LmSharedMemory<wire::AapDeviceList, 1>::SEGMENT_SIZE;
 }
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario

@@ -9,7 +9,7 @@
 #include "tools/scenario/Phone.h"
 #include "tools/scenario/Record.h"
 
-namespace idl::tools {
+namespace idl::tools::scenario {
 
 /// What a stand-in is asked: the request's first number. What follows it is in brackets.
 enum class SourceRequest : std::uint64_t {
@@ -36,6 +36,6 @@ void runFuncInfo(const BenchEnd& end);
 const char* segmentOf(Source source);
 std::size_t segmentSize(Source source);
 
-}  // namespace idl::tools
+}  // namespace idl::tools::scenario
 
 #endif

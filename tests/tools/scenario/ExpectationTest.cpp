@@ -7,14 +7,14 @@
 
 #include "tools/scenario/Expectation.h"
 
-using idl::tools::Command;
-using idl::tools::comparison;
-using idl::tools::isInOrder;
-using idl::tools::judge;
-using idl::tools::MaybeList;
-using idl::tools::Parser;
-using idl::tools::Row;
-using idl::tools::Source;
+using idl::tools::scenario::Command;
+using idl::tools::scenario::comparison;
+using idl::tools::scenario::isInOrder;
+using idl::tools::scenario::judge;
+using idl::tools::scenario::MaybeList;
+using idl::tools::scenario::Parser;
+using idl::tools::scenario::Row;
+using idl::tools::scenario::Source;
 
 namespace {
 

@@ -9,24 +9,24 @@
 #include "tools/scenario/Grammar.h"
 #include "tools/scenario/Parser.h"
 
-using idl::tools::commandRules;
-using idl::tools::commandShapes;
-using idl::tools::completions;
+using idl::tools::scenario::commandRules;
+using idl::tools::scenario::commandShapes;
+using idl::tools::scenario::completions;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 TEST(TheGrammar, HasOneRuleForEachKindOfCommand) {
-  std::set<idl::tools::CommandKind> kinds;
+  std::set<idl::tools::scenario::CommandKind> kinds;
   for (const auto& rule : commandRules()) {
     EXPECT_TRUE(kinds.insert(rule.kind).second) << rule.usage;
   }
 
-  EXPECT_EQ(kinds.size(), static_cast<std::size_t>(idl::tools::CommandKind::EXPECT_SUFFIX) + 1);
+  EXPECT_EQ(kinds.size(), static_cast<std::size_t>(idl::tools::scenario::CommandKind::EXPECT_SUFFIX) + 1);
 }
 
 TEST(TheGrammar, HasExamplesThatFollowIt) {
   for (const auto& rule : commandRules()) {
-    idl::tools::Parser parser("example");
+    idl::tools::scenario::Parser parser("example");
     if (std::string(rule.example).find("phone add") == std::string::npos) {
       parser.parse("phone add anna ; phone add ben");
     }
@@ -42,7 +42,7 @@ TEST(TheGrammar, HasExamplesThatFollowIt) {
 TEST(TheGrammar, IsTakenApartFromItsUsages) {
   const auto& shapes = commandShapes();
   const auto crash = std::find_if(shapes.begin(), shapes.end(), [](const auto& shape) {
-    return shape.rule->kind == idl::tools::CommandKind::SOURCE_CRASH;
+    return shape.rule->kind == idl::tools::scenario::CommandKind::SOURCE_CRASH;
   });
 
   ASSERT_NE(crash, shapes.end());

@@ -12,10 +12,10 @@
 #include "tools/scenario/Bench.h"
 #include "tools/scenario/Helper.h"
 
-using idl::tools::BenchEnd;
-using idl::tools::BenchTrouble;
-using idl::tools::Helper;
-using idl::tools::Record;
+using idl::tools::scenario::BenchEnd;
+using idl::tools::scenario::BenchTrouble;
+using idl::tools::scenario::Helper;
+using idl::tools::scenario::Record;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
 

@@ -6,11 +6,11 @@
 
 #include "tools/scenario/JUnit.h"
 
-using idl::tools::CommandKind;
-using idl::tools::junitXml;
-using idl::tools::Outcome;
-using idl::tools::RunResult;
-using idl::tools::Step;
+using idl::tools::scenario::CommandKind;
+using idl::tools::scenario::junitXml;
+using idl::tools::scenario::Outcome;
+using idl::tools::scenario::RunResult;
+using idl::tools::scenario::Step;
 using testing::HasSubstr;
 using testing::Not;
 

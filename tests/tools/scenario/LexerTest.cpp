@@ -7,11 +7,11 @@
 
 #include "tools/scenario/Lexer.h"
 
-using idl::tools::lex;
-using idl::tools::Lexing;
-using idl::tools::mistakeText;
-using idl::tools::Statement;
-using idl::tools::Token;
+using idl::tools::scenario::lex;
+using idl::tools::scenario::Lexing;
+using idl::tools::scenario::mistakeText;
+using idl::tools::scenario::Statement;
+using idl::tools::scenario::Token;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;

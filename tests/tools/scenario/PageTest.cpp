@@ -30,7 +30,7 @@ std::string flat(const std::string& text) {
 TEST(ThePageOnScenarios, DescribesEveryCommand) {
   const std::string text = flat(page());
 
-  for (const auto& rule : idl::tools::commandRules()) {
+  for (const auto& rule : idl::tools::scenario::commandRules()) {
     EXPECT_THAT(text, HasSubstr("``` " + flat(rule.usage) + "``` ")) << "usage of " << rule.usage;
     EXPECT_THAT(text, HasSubstr(flat(rule.about))) << "about " << rule.usage;
     EXPECT_THAT(text, HasSubstr('`' + std::string(rule.example) + "` ")) << "example of " << rule.usage;
@@ -42,7 +42,7 @@ TEST(ThePageOnScenarios, HasExamplesThatFollowTheGrammar) {
 
   ASSERT_GE(examples.size(), 4U);
   for (const std::string& example : examples) {
-    const auto parsing = idl::tools::Parser("example").parse(example);
+    const auto parsing = idl::tools::scenario::Parser("example").parse(example);
     EXPECT_THAT(parsing.mistakes, IsEmpty()) << mistakeText(parsing.mistakes.front()) << '\n' << example;
     EXPECT_GT(parsing.commands.size(), 3U);
   }

@@ -10,10 +10,10 @@
 
 #include "tools/scenario/Parser.h"
 
-using idl::tools::Command;
-using idl::tools::CommandKind;
-using idl::tools::Parser;
-using idl::tools::Source;
+using idl::tools::scenario::Command;
+using idl::tools::scenario::CommandKind;
+using idl::tools::scenario::Parser;
+using idl::tools::scenario::Source;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;

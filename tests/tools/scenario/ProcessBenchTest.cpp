@@ -7,10 +7,10 @@
 #include "tools/scenario/ProcessBench.h"
 #include "tools/scenario/Runner.h"
 
-using idl::tools::Parser;
-using idl::tools::ProcessBench;
-using idl::tools::Runner;
-using idl::tools::RunResult;
+using idl::tools::scenario::Parser;
+using idl::tools::scenario::ProcessBench;
+using idl::tools::scenario::Runner;
+using idl::tools::scenario::RunResult;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -132,7 +132,7 @@ TEST(ABench, FindsTheTablesWholeThatAnotherOneLeftDamaged) {
 
 TEST(ABench, DoesNotTakeTablesThatAnotherOneHas) {
   ProcessBench first;
-  first.restart(idl::tools::Source::BT);
+  first.restart(idl::tools::scenario::Source::BT);
 
   const RunResult result = play("wait 0ms");
 

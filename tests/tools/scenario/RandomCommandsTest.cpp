@@ -9,11 +9,11 @@
 #include "tools/scenario/RandomCommands.h"
 #include "tools/scenario/Runner.h"
 
-using idl::tools::Command;
-using idl::tools::CommandKind;
-using idl::tools::RandomCommands;
-using idl::tools::Roster;
-using idl::tools::Runner;
+using idl::tools::scenario::Command;
+using idl::tools::scenario::CommandKind;
+using idl::tools::scenario::RandomCommands;
+using idl::tools::scenario::Roster;
+using idl::tools::scenario::Runner;
 
 TEST(CommandsByChance, AreTheSameOnEveryMachine) {
   RandomCommands commands(1);
@@ -45,7 +45,7 @@ TEST(CommandsByChance, AreOfEveryKindThatDamagesNothing) {
     return true;
   };
 
-  const auto result = Runner(bench, options).run("", idl::tools::Parser("").parse("random 3000").commands);
+  const auto result = Runner(bench, options).run("", idl::tools::scenario::Parser("").parse("random 3000").commands);
 
   EXPECT_EQ(result.report(), "");
   EXPECT_EQ(seen, expected);

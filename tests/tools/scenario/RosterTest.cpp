@@ -6,11 +6,11 @@
 
 #include "tools/scenario/Roster.h"
 
-using idl::tools::Phone;
-using idl::tools::Roster;
-using idl::tools::ScenarioMistake;
-using idl::tools::Source;
-using idl::tools::SOURCES;
+using idl::tools::scenario::Phone;
+using idl::tools::scenario::Roster;
+using idl::tools::scenario::ScenarioMistake;
+using idl::tools::scenario::Source;
+using idl::tools::scenario::SOURCES;
 using testing::ElementsAre;
 using testing::Key;
 
@@ -39,7 +39,7 @@ TEST(ARoster, ListsPhonesInTheFirstFreeSlot) {
 TEST(ARoster, HasAsMuchRoomAsTheTables) {
   for (const Source source : SOURCES) {
     Roster roster;
-    for (unsigned i = 0; i < idl::tools::slotCount(source); ++i) {
+    for (unsigned i = 0; i < idl::tools::scenario::slotCount(source); ++i) {
       roster.list(source, std::to_string(i), named("x"));
     }
 

@@ -9,13 +9,13 @@
 #include "tools/scenario/NotingBench.h"
 #include "tools/scenario/Runner.h"
 
-using idl::tools::Command;
-using idl::tools::MaybeList;
-using idl::tools::Outcome;
-using idl::tools::Parser;
-using idl::tools::Row;
-using idl::tools::Runner;
-using idl::tools::RunResult;
+using idl::tools::scenario::Command;
+using idl::tools::scenario::MaybeList;
+using idl::tools::scenario::Outcome;
+using idl::tools::scenario::Parser;
+using idl::tools::scenario::Row;
+using idl::tools::scenario::Runner;
+using idl::tools::scenario::RunResult;
 using std::chrono::milliseconds;
 using testing::AllOf;
 using testing::ElementsAre;
