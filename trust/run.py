@@ -234,6 +234,10 @@ def copy_sources():
 def control(row, patch):
     """The same campaign with a defence taken away."""
     copy_sources()
+    libraries = CONTROL_SOURCE / "build/target"
+    if not libraries.exists():
+        libraries.parent.mkdir(exist_ok=True)
+        libraries.symlink_to(ROOT / "build/target")
     what = "control-" + patch
     path = ROOT / "trust/controls" / (patch + ".patch")
     # What the campaign has to complain of, where something else could be found as well; any finding when it does not say.

@@ -99,7 +99,8 @@ Verdict judgeRow(const Command& command, const std::vector<Row>& rows) {
   if (number > rows.size()) {
     return {false, "there is no row " + std::to_string(number)};
   }
-  return verdict(matches(rows[number - 1], wantedRow(command)), "row " + std::to_string(number) + " is another one");
+  return verdict(matches(rows[static_cast<std::size_t>(number) - 1], wantedRow(command)),
+                 "row " + std::to_string(number) + " is another one");
 }
 
 Verdict judgeOrder(const Command& command, const std::vector<Row>& rows) {

@@ -57,7 +57,7 @@ Record requestOf(SourceRequest kind) { return Record().add(static_cast<std::uint
 
 Record requestOf(ClientRequest kind) { return Record().add(static_cast<std::uint64_t>(kind)); }
 
-std::uint64_t numberOf(Source source) { return static_cast<std::uint64_t>(source); }
+std::size_t numberOf(Source source) { return static_cast<std::size_t>(source); }
 
 /// What goes wrong at a segment is the bench's trouble.
 template <class Action>
