@@ -44,6 +44,7 @@ void addPublish(CLI::App& app, Action& action);
 void addRun(CLI::App& app, Action& action);
 void addSuffixes(CLI::App& app, Action& action);
 void addDoctor(CLI::App& app, Action& action);
+void addExec(CLI::App& app, Action& action);
 void addCompletion(CLI::App& app, Action& action);
 
 /// Has `run(options, streams)` done when `app` is chosen.

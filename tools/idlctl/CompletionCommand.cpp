@@ -51,7 +51,8 @@ void addCases(const CLI::App& app, const std::string& path, std::ostream& out) {
 std::string cases() {
   CLI::App app;
   Action unused;
-  addCommands(app, unused);
+  std::string noBench;
+  addCommands(app, unused, noBench);
   std::ostringstream out;
   addCases(app, "", out);
   return out.str();

@@ -8,6 +8,7 @@
 #include "tools/idlctl/Owner.h"
 #include "tools/idlctl/PhoneOutput.h"
 #include "tools/inspect/LockView.h"
+#include "tools/text/Counted.h"
 #include "tools/text/Escape.h"
 #include "tools/text/JsonText.h"
 
@@ -99,8 +100,8 @@ void print(const std::vector<Patient>& patients, const Unit& unit, const ListNow
                                  : "without lock"}});
   }
   streams.out << table.text(streams.colour) << "\nStart: " << startRule(unit)
-              << ".\nSaved numbers: " << savedText(unit.saved) << ".\nList: "
-              << (list.isStarted ? std::to_string(list.phones.size()) + " phones" : std::string("not started"))
+              << ".\nSaved numbers: " << savedText(unit.saved)
+              << ".\nList: " << (list.isStarted ? counted(list.phones.size(), "phone") : std::string("not started"))
               << ".\n";
 }
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <exception>
 
+#include "tools/idlctl/PrivateBench.h"
 #include "tools/text/Escape.h"
 #include "tools/text/NearestWord.h"
 
@@ -20,29 +21,42 @@ constexpr Command COMMANDS[] = {
     {"run", "play scenarios on a bench of processes", addRun},
     {"suffixes", "the saved numbers", addSuffixes},
     {"doctor", "what is there, what is wrong with it, and what to do", addDoctor},
+    {"exec", "start a program, where --private says", addExec},
     {"completion", "what a shell needs to complete arguments", addCompletion},
 };
 
 constexpr char FOOTER[] =
     "Standard output is data, standard error is messages. Exit codes: 0 yes, 1 the answer is no, 2 wrong arguments,\n"
     "3 cannot open, 4 damaged, 124 timed out.\n"
-    "list, watch, wait, dump and doctor change nothing on the unit.";
+    "list, watch, wait, dump and doctor change nothing on the unit. --private=NAME may stand before or after a "
+    "command.";
 
 }  // namespace
 
-void addCommands(CLI::App& app, Action& action) {
+void addCommands(CLI::App& app, Action& action, std::string& privateBench) {
   app.require_subcommand(1);
+  app.add_option("--private", privateBench,
+                 "have the shared memory and the saved numbers of the bench NAME in the place of the system's")
+      ->type_name("NAME")
+      ->check([](const std::string& name) {
+        return canBePrivateBench(name)
+                   ? std::string()
+                   : "a bench's name has 1 to 64 letters, digits, '-', '_' and '.', and no '.' first";
+      });
   app.footer(FOOTER);
   app.set_help_all_flag("--help-all", "the help of all commands");
   for (const Command& command : COMMANDS) {
-    command.add(*app.add_subcommand(command.name, command.summary), action);
+    CLI::App& added = *app.add_subcommand(command.name, command.summary);
+    added.fallthrough();
+    command.add(added, action);
   }
 }
 
 int idlctl(const std::vector<std::string>& arguments, const Streams& streams) {
   CLI::App app("looks into the list of phones of a unit, and stands in for its services on a bench", "idlctl");
   Action action;
-  addCommands(app, action);
+  std::string privateBench;
+  addCommands(app, action, privateBench);
   try {
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());  // as the parser takes them
     app.parse(std::move(reversed));
@@ -57,6 +71,9 @@ int idlctl(const std::vector<std::string>& arguments, const Streams& streams) {
     return EXIT_USAGE;
   }
   try {
+    if (!privateBench.empty()) {
+      enterPrivateBench(privateBench);
+    }
     return action(streams);
   } catch (const std::exception& error) {
     streams.err << "idlctl: " << printable(error.what()) << '\n';

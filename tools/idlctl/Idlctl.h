@@ -13,8 +13,8 @@ namespace idl::tools {
 /// @return the exit code
 int idlctl(const std::vector<std::string>& arguments, const Streams& streams);
 
-/// All of its arguments, for completion and help.
-void addCommands(CLI::App& app, Action& action);
+/// All of its arguments, for completion and help. `privateBench` gets the name that --private gives.
+void addCommands(CLI::App& app, Action& action, std::string& privateBench);
 
 }  // namespace idl::tools
 

@@ -15,6 +15,7 @@
 #include "tools/idlctl/DurationOption.h"
 #include "tools/idlctl/Stopping.h"
 #include "tools/scenario/Lexer.h"
+#include "tools/text/Counted.h"
 #include "tools/text/Escape.h"
 
 namespace idl::tools {
@@ -201,7 +202,8 @@ int publish(const Options& options, const Streams& streams) {
   if (options.current) {
     setCurrent(publisher, *options.current);
   }
-  streams.err << Publisher::SEGMENT << ": " << publisher.phones().size() << " phones; stop with Ctrl-C" << std::endl;
+  streams.err << Publisher::SEGMENT << ": " << counted(publisher.phones().size(), "phone") << "; stop with Ctrl-C"
+              << std::endl;
   const Deadline deadline(options.timeout);
   while (!deadline.isOver() && !stopping.within(deadline.atMost(LOOK))) {
   }

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "tools/idlctl/Command.h"
+#include "tools/idlctl/PrivateBench.h"
 #include "tools/scenario/JUnit.h"
 #include "tools/scenario/Parser.h"
 #include "tools/scenario/ProcessBench.h"
@@ -25,6 +26,7 @@ struct Options {
   double speed = 1;
   bool isStepped = false;
   std::string junit;
+  std::string saveFolder;
 };
 
 bool readAll(const std::string& file, std::string& text) {
@@ -72,7 +74,9 @@ int play(const std::string& file, const Options& options, const Streams& streams
   if (!parsing.mistakes.empty()) {
     return EXIT_USAGE;
   }
-  scenario::ProcessBench bench;
+  const std::string saveFolder = options.saveFolder.empty() ? privateSaveFolder() : options.saveFolder;
+  const auto bench = saveFolder.empty() ? std::make_unique<scenario::ProcessBench>()
+                                        : std::make_unique<scenario::ProcessBench>(saveFolder);
   scenario::Runner::Options how;
   how.seed = options.seed;
   how.speed = options.speed;
@@ -80,7 +84,7 @@ int play(const std::string& file, const Options& options, const Streams& streams
   if (options.isStepped) {
     how.beforeEach = stepper(streams);
   }
-  results.push_back(scenario::Runner(bench, how).run(name, parsing.commands));
+  results.push_back(scenario::Runner(*bench, how).run(name, parsing.commands));
   const scenario::RunResult& result = results.back();
   if (result.exitCode() != EXIT_YES) {
     streams.out << result.report();
@@ -112,8 +116,13 @@ void addRun(CLI::App& app, Action& action) {
   app.add_option("--speed", options->speed, "waits take so many times less, 1")->check(CLI::Range(0.001, 1000000.0));
   app.add_flag("--step", options->isStepped, "wait for Enter before each command");
   app.add_option("--junit", options->junit, "write the results as JUnit XML")->type_name("FILE");
+  app.add_option(
+         "--save-dir", options->saveFolder,
+         "the folder of the client's saved numbers, which begin empty; without it the private bench's, or one for "
+         "this run alone")
+      ->type_name("FOLDER");
   app.footer(
-      "The scenario has the unit's tables for itself; run it where no services are.\n"
+      "The scenario has the unit's tables for itself: run it where no services are, or with --private.\n"
       "Examples:\n  idlctl run story.scn\n  echo 'phone add anna; bt pair anna; random 1000' | idlctl run - --seed 7\n"
       "  idlctl run examples/scenarios/*.scn --junit results.xml");
   onChosen(app, action, options, run);

@@ -10,6 +10,7 @@
 #include "IntegratedDeviceList/WireFormat.h"
 #include "IntegratedDeviceList/idl.h"
 #include "SuffixRecord.h"
+#include "tools/text/Counted.h"
 #include "tools/text/Escape.h"
 
 namespace idl::tools {
@@ -76,7 +77,7 @@ void checkBt(const TableCopy& copy, Collector& collector) {
   if (!payload.empty() && payload.find_first_not_of('\0') == std::string::npos) {
     collector.suspicious("bt-not-written",
                          "The table is all zeros: a slot of zeros is a phone with the id 0, so the list shows " +
-                             number(slots.size()) + " nameless phones.",
+                             counted(slots.size(), "nameless phone") + ".",
                          "Nobody has written the table yet, or somebody made it by mistake. Start the Bluetooth "
                          "service, or remove the object.");
     return;

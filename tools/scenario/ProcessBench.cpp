@@ -71,13 +71,24 @@ void onSegment(Action action) {
 
 }  // namespace
 
-ProcessBench::ProcessBench() : mSaveFolder(newFolder()) {}
+ProcessBench::ProcessBench() : mSaveFolder(newFolder()), mOwnsFolder(true) {}
+
+ProcessBench::ProcessBench(const std::string& saveFolder) : mSaveFolder(saveFolder), mOwnsFolder(false) {
+  std::error_code error;
+  fs::create_directories(mSaveFolder, error);
+  if (error) {
+    throw BenchTrouble(mSaveFolder + ": " + error.message());
+  }
+  forgetSaved();
+}
 
 ProcessBench::~ProcessBench() {
   // The client first: it would hear of nothing, but it may be saving.
   mClient.reset();
-  std::error_code ignored;  // a folder that stays behind disturbs nobody
-  fs::remove_all(mSaveFolder, ignored);
+  if (mOwnsFolder) {
+    std::error_code ignored;  // a folder that stays behind disturbs nobody
+    fs::remove_all(mSaveFolder, ignored);
+  }
 }
 
 void ProcessBench::put(Source source, unsigned slot, const Phone& phone) {
@@ -209,6 +220,10 @@ void ProcessBench::forgetSaved() {
   // With whatever a save leaves beside it.
   std::error_code error;
   for (const auto& entry : fs::directory_iterator(mSaveFolder)) {
+    const std::string name = entry.path().filename().string();
+    if (name != SAVED_FILE && name.rfind('.' + std::string(SAVED_FILE), 0) != 0) {
+      continue;
+    }
     fs::remove_all(entry.path(), error);
     if (error) {
       throw BenchTrouble("the saved file cannot be removed: " + error.message());

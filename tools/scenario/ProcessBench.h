@@ -17,14 +17,19 @@ namespace idl::tools::scenario {
 /// A bench of processes, in the shared-memory folder that they find, which should be one of their own: each stand-in
 /// service is a process, so that a crash is one, and the client is a process with the library's own list.
 ///
-/// Owns a folder for the saved file, in the system's folder for temporary files. It and the processes are gone when
-/// this is; the segments stay. If this process dies, its processes end by themselves and the folder stays.
+/// The processes are gone when this is; the segments stay. If this process dies, its processes end by themselves.
 ///
 /// Forks, so the process must have no threads. For one thread.
 class ProcessBench : public Bench {
  public:
+  /// With a folder of its own for the saved file, which is gone when this is; not when this process dies.
   /// @throw BenchTrouble when there is no folder.
   ProcessBench();
+
+  /// With the saved file in a folder that stays, which is made if need be. A file that is there is removed: a scenario
+  /// begins with nothing saved.
+  /// @throw BenchTrouble when the folder cannot be made or the file not be removed.
+  explicit ProcessBench(const std::string& saveFolder);
   ~ProcessBench() override;
 
   ProcessBench(const ProcessBench&) = delete;
@@ -59,7 +64,8 @@ class ProcessBench : public Bench {
   Helper& client();
   void writeSaved(const std::string& bytes) const;
 
-  std::string mSaveFolder;
+  const std::string mSaveFolder;
+  const bool mOwnsFolder;
   std::array<std::unique_ptr<Helper>, SOURCES.size()> mSources;  // null where none is running
   std::unique_ptr<Helper> mFuncInfo;
   std::unique_ptr<Helper> mClient;

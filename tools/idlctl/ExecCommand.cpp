@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "tools/idlctl/Command.h"
+#include "tools/text/Escape.h"
+
+namespace idl::tools {
+
+namespace {
+
+struct Options {
+  std::vector<std::string> command;
+};
+
+int run(const Options& options, const Streams& streams) {
+  std::vector<char*> words;
+  for (const std::string& word : options.command) {
+    words.push_back(const_cast<char*>(word.c_str()));  // execvp() writes to none
+  }
+  words.push_back(nullptr);
+  execvp(words.front(), words.data());
+  streams.err << "idlctl: " << quotedText(options.command.front()) << ": " << std::strerror(errno) << '\n';
+  return EXIT_CANNOT_OPEN;
+}
+
+}  // namespace
+
+void addExec(CLI::App& app, Action& action) {
+  const auto options = std::make_shared<Options>();
+  app.add_option("command", options->command, "the program and its arguments, behind --")
+      ->required()
+      ->type_name("COMMAND ...");
+  app.footer(
+      "The exit code is the program's.\n"
+      "Example, a user interface that meets the phones of a bench:\n  idlctl --private=lab exec -- ./phone-screen");
+  onChosen(app, action, options, run);
+}
+
+}  // namespace idl::tools
