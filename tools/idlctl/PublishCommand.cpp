@@ -119,13 +119,19 @@ bool set(bench::AapPhone& phone, const std::string& key, const std::string& text
   return true;
 }
 
+// What makes a slot an occupied one, for whoever does not care which.
+void identify(bench::BtPhone& phone, unsigned slot) { phone.id = static_cast<std::uint8_t>(slot + 1); }
+void identify(bench::CpPhone& phone, unsigned slot) { phone.identifier = 1001 + slot; }
+void identify(bench::AapPhone& phone, unsigned slot) { phone.id = "aap-" + std::to_string(slot + 1); }
+
 template <class Phone>
-Phone phoneOf(const std::string& argument) {
+Phone phoneOf(const std::string& argument, unsigned slot) {
   const scenario::Lexing lexing = scenario::lex("--phone", argument);
   if (!lexing.mistakes.empty()) {
     throw WrongInput(scenario::mistakeText(lexing.mistakes.front()));
   }
   Phone phone;
+  identify(phone, slot);
   for (const scenario::Statement& statement : lexing.statements) {
     for (const scenario::Token& token : statement.tokens) {
       if (!token.isPair() || !set(phone, token.key, token.text)) {
@@ -187,7 +193,7 @@ int publish(const Options& options, const Streams& streams) {
     while (phones.count(next) != 0) {
       ++next;
     }
-    phones[next] = phoneOf<typename Publisher::Phone>(argument);
+    phones[next] = phoneOf<typename Publisher::Phone>(argument, next);
   }
   const Stopping stopping;
   Publisher publisher;
@@ -237,7 +243,8 @@ int run(const Options& options, const Streams& streams) {
 void addPublish(CLI::App& app, Action& action) {
   const auto options = std::make_shared<Options>();
   app.add_option("source", options->source, "bt, cp or aap")->required()->check(CLI::IsMember({"bt", "cp", "aap"}));
-  app.add_option("--phone", options->phones, "a phone: fields by the names that dump has for them")
+  app.add_option("--phone", options->phones,
+                 "a phone: fields by the names that dump has for them; without its id one of the slot's")
       ->type_name("'KEY=VALUE ...'")
       ->expected(1)
       ->take_all();
