@@ -44,6 +44,7 @@ void addCommands(CLI::App& app, Action& action, std::string& privateBench) {
                    : "a bench's name has 1 to 64 letters, digits, '-', '_' and '.', and no '.' first";
       });
   app.footer(FOOTER);
+  app.set_version_flag("--version", "idlctl " IDLCTL_VERSION);
   app.set_help_all_flag("--help-all", "the help of all commands");
   for (const Command& command : COMMANDS) {
     CLI::App& added = *app.add_subcommand(command.name, command.summary);
@@ -65,6 +66,9 @@ int idlctl(const std::vector<std::string>& arguments, const Streams& streams) {
     return EXIT_YES;
   } catch (const CLI::CallForAllHelp&) {
     streams.out << app.help("", CLI::AppFormatMode::All);
+    return EXIT_YES;
+  } catch (const CLI::CallForVersion& version) {
+    streams.out << version.what() << '\n';
     return EXIT_YES;
   } catch (const CLI::ParseError& error) {
     streams.err << "idlctl: " << printable(error.what()) << '\n';

@@ -75,7 +75,8 @@ class NotingBench : public idl::tools::scenario::Bench {
   }
 
   std::vector<std::string> notes;
-  std::deque<idl::tools::scenario::MaybeList> lists = {std::vector<idl::tools::scenario::Row>()};  // one after the other; the last stays
+  std::deque<idl::tools::scenario::MaybeList> lists = {
+      std::vector<idl::tools::scenario::Row>()};  // one after the other; the last stays
   unsigned looks = 0;
   std::vector<idl::tools::scenario::SavedNumber> numbers;
   std::string breaksAt;  // the note that it breaks at, with BenchTrouble

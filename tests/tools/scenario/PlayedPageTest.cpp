@@ -10,8 +10,8 @@ TEST(ThePageOnScenarios, HasExamplesThatComeOutAsItSays) {
   for (const std::string& example : scenariosOf(page())) {
     idl::tools::scenario::ProcessBench bench;
 
-    const auto result =
-        idl::tools::scenario::Runner(bench, {}).run("example", idl::tools::scenario::Parser("example").parse(example).commands);
+    const auto result = idl::tools::scenario::Runner(bench, {}).run(
+        "example", idl::tools::scenario::Parser("example").parse(example).commands);
 
     EXPECT_EQ(result.report(), "");
   }
