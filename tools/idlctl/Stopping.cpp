@@ -23,10 +23,14 @@ Stopping::Stopping() {
   sigaddset(&stopping, SIGINT);
   sigaddset(&stopping, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &stopping, &gFormer);
-  gSignals = signalfd(-1, &stopping, SFD_CLOEXEC);
+  gSignals = signalfd(-1, &stopping, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
+// A signal that nobody has read would end the process as soon as it may come.
 Stopping::~Stopping() {
+  signalfd_siginfo unread;
+  while (read(gSignals, &unread, sizeof unread) == static_cast<ssize_t>(sizeof unread)) {
+  }
   close(gSignals);
   pthread_sigmask(SIG_SETMASK, &gFormer, nullptr);
 }
