@@ -5,6 +5,7 @@ include(${PROJECT_SOURCE_DIR}/tests/recording/recording.cmake)
 
 lm_add_tests(service_tests
   SOURCES
+    DecisionsTest.cpp
     LmSIntegratedDeviceListImplTest.cpp
     LmSIntegratedDeviceListTest.cpp
     SuffixProviderTest.cpp
