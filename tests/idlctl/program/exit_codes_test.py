@@ -1,0 +1,258 @@
+#!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+"""Each exit code of each command of the built idlctl: made to happen, and the same in its --help and in docs/idlctl.md.
+
+    scripts/private-shm tests/idlctl/program/exit_codes_test.py --idlctl PROGRAM --page docs/idlctl.md
+
+Needs a shared-memory folder of its own.
+"""
+
+import argparse
+import os
+import pathlib
+import re
+import shutil
+import signal
+import sys
+import tempfile
+import time
+import unittest
+
+import unit
+
+OPTIONS = argparse.Namespace()
+ONE_PHONE = unit.bt_table(unit.bt_slot(3, b"Phone"))
+
+
+class EachExitCode(unittest.TestCase):
+    """A command ends with what it has found."""
+
+    def setUp(self):
+        folder = tempfile.mkdtemp(dir=unit.SHARED_MEMORY)
+        self.addCleanup(shutil.rmtree, folder)
+        unit.clear(folder)
+        self.idlctl = unit.Idlctl(OPTIONS.idlctl, folder)
+        self.saved = self.idlctl.save_folder / unit.SAVED_TABLE
+        self.made = set()
+
+    def expect(self, code, *arguments, **more):
+        done = self.idlctl.run(*arguments, **more)
+        self.assertEqual(done.returncode, code, (arguments, done.stdout, done.stderr))
+        self.made.add(code)
+        return done
+
+    def expectWithJson(self, code, *arguments):
+        self.expect(code, *arguments)
+        self.expect(code, *arguments, "--json")
+
+    def expectWhenStopped(self, code, number, *arguments):
+        """Stops the command by a signal as soon as it takes signals."""
+        process = self.idlctl.start(*arguments)
+        self.addCleanup(process.stdout.close)
+        self.addCleanup(process.stderr.close)
+        self.addCleanup(process.kill)
+        deadline = time.monotonic() + unit.WATCHDOG
+        blocked = 0
+        while not blocked >> (number - 1) & 1:
+            self.assertLess(time.monotonic(), deadline)
+            status = pathlib.Path("/proc/%d/status" % process.pid).read_text(encoding="utf-8")
+            blocked = int(re.search(r"^SigBlk:\s*(\w+)", status, re.MULTILINE).group(1), 16)
+        process.send_signal(number)
+        self.assertEqual(process.wait(unit.WATCHDOG), code, arguments)
+        self.made.add(code)
+
+    def expectAll(self, command):
+        """Whether every code that the command has was made to happen."""
+        self.assertEqual(self.made, unit.EXIT_CODES[command])
+
+    def expectUsage(self, *arguments):
+        self.assertEqual(self.expect(2, *arguments).stdout, b"")
+
+    def test_NoCommandIsWrong(self):
+        self.expectUsage()
+        self.expectUsage("lst")
+        self.expectUsage("--wrong")
+
+    def test_HelpIsNot(self):
+        self.expect(0, "--help")
+        self.expect(0, "--help-all")
+
+    def test_List(self):
+        self.expectWithJson(0, "list")
+        self.expectUsage("list", "--wrong")
+        unit.table_path("bt").write_bytes(ONE_PHONE)
+        self.expectWithJson(0, "list")
+        self.expectWithJson(0, "list", "--explain")
+        os.truncate(unit.table_path("bt"), 7)
+        self.expectWithJson(0, "list")
+        with self.idlctl.for_nobody() as other:
+            if other is None:
+                self.skipTest("3 is for a table that may not be read, and root may read all")
+            unit.table_path("bt").chmod(0)
+            self.made.add(other.run("list", user=unit.NOBODY).returncode)
+            self.expectAll("list")
+
+    def test_Watch(self):
+        self.expectWithJson(0, "watch", "--timeout", "10ms")
+        self.expectWithJson(124, "watch", "-n", "1", "--timeout", "10ms")
+        self.expectUsage("watch", "-n", "0")
+        self.expectUsage("watch", "-n", "-1")
+        self.expectUsage("watch", "--timeout", "5")
+        self.expectWhenStopped(0, signal.SIGINT, "watch")
+        self.expectWhenStopped(0, signal.SIGTERM, "watch", "-n", "1", "--json")
+        self.expectAll("watch")
+
+    def test_Wait(self):
+        self.expectWithJson(0, "wait", "--count", "0", "--timeout", "1ms")
+        self.expectWithJson(0, "wait", "--source", "bt", "--state", "absent")
+        self.expectWithJson(124, "wait", "--source", "bt", "--state", "present", "--timeout", "1ms")
+        self.expectWithJson(124, "wait", "--name", "*", "--timeout", "1ms")
+        self.expectUsage("wait")
+        self.expectUsage("wait", "--source", "bt")
+        self.expectUsage("wait", "--state", "absent")
+        self.expectUsage("wait", "--btid", "256")
+        self.expectUsage("wait", "--source", "usb", "--state", "absent")
+        self.expectWhenStopped(1, signal.SIGTERM, "wait", "--count", "9")
+        self.expectAll("wait")
+
+    def test_Dump(self):
+        self.expectWithJson(3, "dump", "bt")
+        self.expectWithJson(3, "dump", "/nowhere/at-all")
+        unit.table_path("bt").write_bytes(ONE_PHONE)
+        for more in ((), ("--hex",), ("--check",), ("--json",), ("--check", "--json")):
+            self.expect(0, "dump", "bt", *more)
+        self.expectUsage("dump")
+        self.expectUsage("dump", "bt", "--hex", "--json")
+        self.expectUsage("dump", "bt", "--as", "usb")
+        self.expectUsage("dump", self.idlctl.program)  # no table is so long
+        unit.table_path("bt").write_bytes(unit.bt_table(unit.bt_slot(3, b"A"), unit.bt_slot(3, b"B")))
+        self.expectWithJson(0, "dump", "bt")
+        self.expectWithJson(1, "dump", "bt", "--check")
+        unit.table_path("bt").write_bytes(unit.bt_table(unit.bt_slot(3, b"x" * 81)))
+        self.expectWithJson(4, "dump", "bt")
+        self.expectWithJson(4, "dump", "bt", "--check")
+        for size in (0, 3, 500, 1123):
+            os.truncate(unit.table_path("bt"), size)
+            self.expectWithJson(4, "dump", "bt")
+            self.expect(4, "dump", "bt", "--hex")
+        unit.remove(unit.table_path("bt"))
+        os.mkfifo(unit.table_path("bt"))
+        self.expectWithJson(3, "dump", "bt")
+        self.expectAll("dump")
+
+    def test_Publish(self):
+        self.expect(0, "publish", "bt", "--timeout", "0ms")
+        self.expect(0, "publish", "bt", "--phone", 'name="Phone" id=3', "--timeout", "0ms")
+        self.expectUsage("publish")
+        self.expectUsage("publish", "usb")
+        self.expectUsage("publish", "bt", "--phone", "id=256")
+        self.expectUsage("publish", "bt", "--phone", "port=1")
+        self.expectUsage("publish", "bt", "--current", "1")
+        self.expect(3, "publish", "bt", "--file", "/nowhere/at-all")
+        text = unit.SHARED_MEMORY / "text"
+        text.write_text("{}", encoding="utf-8")
+        self.expectUsage("publish", "bt", "--file", str(text))
+        stand_in = self.idlctl.start("publish", "bt")
+        self.addCleanup(stand_in.stdout.close)
+        self.addCleanup(stand_in.stderr.close)
+        self.assertIn(b"stop with Ctrl-C", stand_in.stderr.readline())
+        self.expect(1, "publish", "bt", "--timeout", "0ms")
+        stand_in.terminate()
+        self.assertEqual(stand_in.wait(unit.WATCHDOG), 0)
+        unit.table_path("aap").mkdir()
+        self.expect(3, "publish", "aap", "--timeout", "0ms")
+        self.expectAll("publish")
+
+    def test_Run(self):
+        story = unit.SHARED_MEMORY / "story.scn"
+        story.write_text("expect list count=0\n", encoding="utf-8")
+        self.expect(0, "run", str(story))
+        self.expect(3, "run", str(story), "--junit", "/nowhere/at-all.xml")
+        story.write_text("expect list count=1\n", encoding="utf-8")
+        self.expect(1, "run", str(story))
+        story.write_text("phne add anna\n", encoding="utf-8")
+        self.assertIn(b"phone", self.expect(2, "run", str(story)).stderr)
+        self.expect(3, "run", "/nowhere/at-all.scn")
+        self.expectUsage("run")
+        self.expectUsage("run", str(story), "--speed", "0")
+        self.expectAll("run")
+
+    def test_SuffixesShow(self):
+        self.expectWithJson(0, "suffixes", "show")
+        self.saved.write_bytes(b"\xff" * 99)
+        self.expectWithJson(0, "suffixes", "show")
+        self.expectUsage("suffixes")
+        self.expectUsage("suffixes", "show", "--wrong")
+        unit.remove(self.saved)
+        self.saved.mkdir()
+        self.expectWithJson(3, "suffixes", "show")
+        self.expectAll("suffixes show")
+
+    def test_SuffixesCheck(self):
+        self.expectWithJson(0, "suffixes", "check")
+        self.saved.write_bytes(unit.saved_table(unit.saved_record(3, b"Phone", 1)))
+        self.expectWithJson(0, "suffixes", "check")
+        self.saved.write_bytes(unit.saved_table(unit.saved_record(3, b"Phone", 0)))
+        self.expectWithJson(1, "suffixes", "check")
+        self.saved.write_bytes(unit.saved_table(unit.saved_record(3, b"Phone", 1), unit.saved_record(4, b"Phone", 1)))
+        self.expectWithJson(4, "suffixes", "check")
+        self.saved.write_bytes(unit.saved_table(unit.saved_record(3, b"Phone", 1))[:-1])
+        self.expectWithJson(4, "suffixes", "check")
+        self.expectUsage("suffixes", "check", "--wrong")
+        unit.remove(self.saved)
+        os.mkfifo(self.saved)
+        self.expectWithJson(3, "suffixes", "check")
+        self.expectAll("suffixes check")
+
+    def test_SuffixesForget(self):
+        self.expect(1, "suffixes", "forget", "--all")
+        self.saved.write_bytes(unit.saved_table(unit.saved_record(3, b"Phone", 1), unit.saved_record(4, b"Phone", 2)))
+        self.expectUsage("suffixes", "forget")
+        self.expectUsage("suffixes", "forget", "--all", "--btid", "3")
+        self.expect(1, "suffixes", "forget", "--btid", "9")
+        self.expect(0, "suffixes", "forget", "--btid", "3")
+        self.assertEqual(self.saved.read_bytes(), unit.saved_table(unit.saved_record(4, b"Phone", 2)))
+        self.expect(0, "suffixes", "forget", "--all")
+        self.assertEqual(self.saved.read_bytes(), bytes(unit.SAVED_SIZE))
+        unit.remove(self.saved)
+        self.saved.mkdir()
+        self.expect(3, "suffixes", "forget", "--all")
+        self.expectAll("suffixes forget")
+
+    def test_Doctor(self):
+        self.expectWithJson(1, "doctor")
+        for source, table in (("bt", ONE_PHONE), ("cp", unit.cp_table()), ("aap", unit.aap_table()),
+                              ("funcinfo", unit.func_info(1))):
+            unit.table_path(source).write_bytes(table)
+        self.expectWithJson(0, "doctor")
+        os.truncate(unit.table_path("aap"), 500)
+        self.expectWithJson(1, "doctor")
+        self.expectUsage("doctor", "bt")
+        self.expectAll("doctor")
+
+    def test_Completion(self):
+        self.expect(0, "completion", "bash")
+        self.expect(0, "completion", "zsh")
+        self.expectUsage("completion", "fish")
+        self.expectAll("completion")
+
+    def test_AreThoseOfThePageAndOfEachHelp(self):
+        page = OPTIONS.page.read_text(encoding="utf-8")
+        rows = re.findall(r"^\| `([a-z ]+)` \| ([0-9 ]+) \|$", page, re.MULTILINE)
+
+        self.assertEqual({command: {int(code) for code in codes.split()} for command, codes in rows}, unit.EXIT_CODES)
+        for command, codes in unit.EXIT_CODES.items():
+            told = self.expect(0, *command.split(), "--help").stdout.decode()
+            told = told[told.index("Exit codes"):]
+            self.assertEqual({int(code) for code in re.findall(r"^  (\d+)  +\S", told, re.MULTILINE)}, codes, command)
+
+
+def main():
+    options = argparse.ArgumentParser()
+    options.add_argument("--idlctl", type=pathlib.Path, required=True)
+    options.add_argument("--page", type=pathlib.Path, required=True)
+    _, rest = options.parse_known_args(namespace=OPTIONS)
+    unittest.main(argv=sys.argv[:1] + rest)
+
+
+main()
