@@ -88,7 +88,11 @@ int run(const Options& options, const Streams& streams) {
 void addCompletion(CLI::App& app, Action& action) {
   const auto options = std::make_shared<Options>();
   app.add_option("shell", options->shell, "the shell")->required()->check(CLI::IsMember({"bash", "zsh"}));
-  app.footer("Example:\n  source <(idlctl completion bash)");
+  app.footer(
+      "Exit codes:\n"
+      "  0    told\n"
+      "  2    wrong arguments\n"
+      "Example:\n  source <(idlctl completion bash)");
   onChosen(app, action, options, run);
 }
 

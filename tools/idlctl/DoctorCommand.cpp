@@ -169,7 +169,11 @@ void addDoctor(CLI::App& app, Action& action) {
                  "the folder of the saved numbers; else LM_SAVE_FILE_DIR, else this user's own");
   app.add_flag("--json", options->isJson, "one JSON object");
   app.footer(
-      "1 when anything is found. Processes are named as they call themselves, each in its own container.\n"
+      "Processes are named as they call themselves, each in its own container.\n"
+      "Exit codes:\n"
+      "  0    nothing is wrong\n"
+      "  1    anything was found: a table that is absent, not to be read or damaged as well\n"
+      "  2    wrong arguments\n"
       "Examples:\n  idlctl doctor\n  idlctl doctor --json | jq '.findings[].id'");
   onChosen(app, action, options, run);
 }

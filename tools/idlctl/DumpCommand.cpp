@@ -199,7 +199,12 @@ void addDump(CLI::App& app, Action& action) {
   app.add_flag("--check", options->isChecked, "say what is wrong with it, with 1 if anything is");
   app.add_flag("--json", options->isJson, "one JSON object")->excludes(hex);
   app.footer(
-      "4 when the table is damaged, with --check or without.\n"
+      "Exit codes:\n"
+      "  0    the table is told; with --check, nothing is wrong with it\n"
+      "  1    --check found something, but no damage\n"
+      "  2    wrong arguments, or a file whose size does not tell what it is\n"
+      "  3    absent, or it cannot be read, or is no table\n"
+      "  4    damaged, with --check or without\n"
       "Examples:\n  idlctl dump bt\n  idlctl dump cp --check\n  idlctl dump saved.bin --as aap --json");
   onChosen(app, action, options, run);
 }

@@ -230,7 +230,12 @@ void addList(CLI::App& app, Action& action) {
                  "the folder of the saved numbers; else LM_SAVE_FILE_DIR, else this user's own");
   app.add_flag("--explain", options->explains, "say where each row's fields and number come from, and what is missing");
   app.add_flag("--json", options->isJson, "one JSON object");
-  app.footer("Examples:\n  idlctl list\n  idlctl list --explain\n  idlctl list --json | jq '.devices[].name'");
+  app.footer(
+      "Exit codes:\n"
+      "  0    the list is told, be tables absent or damaged\n"
+      "  2    wrong arguments\n"
+      "  3    a table is there and cannot be read\n"
+      "Examples:\n  idlctl list\n  idlctl list --explain\n  idlctl list --json | jq '.devices[].name'");
   onChosen(app, action, options, run);
 }
 

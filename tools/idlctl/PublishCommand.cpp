@@ -253,7 +253,13 @@ void addPublish(CLI::App& app, Action& action) {
   app.add_flag("--keep", options->keeps, "begin with the table that is there instead of an empty one");
   addDuration(app, "--timeout", options->timeout, "stop after that time");
   app.footer(
-      "The table stays when this is stopped, as a service's does.\nExamples:\n"
+      "The table stays when this is stopped, as a service's does.\n"
+      "Exit codes:\n"
+      "  0    stopped, or the time is over\n"
+      "  1    another stand-in has the table\n"
+      "  2    wrong arguments, or a file that says something else than a table\n"
+      "  3    the file cannot be read, or the table not be written\n"
+      "Examples:\n"
       "  idlctl publish bt --phone 'name=\"iPhone\" id=3' --phone 'name=\"iPhone\" id=4'\n"
       "  idlctl dump bt --json >table.json; idlctl publish bt --file table.json");
   onChosen(app, action, options, run);

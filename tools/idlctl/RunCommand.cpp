@@ -123,6 +123,11 @@ void addRun(CLI::App& app, Action& action) {
       ->type_name("FOLDER");
   app.footer(
       "The scenario has the unit's tables for itself: run it where no services are, or with --private.\n"
+      "Exit codes, of several scenarios the highest:\n"
+      "  0    all went as expected\n"
+      "  1    an expectation was not met\n"
+      "  2    wrong arguments, or a scenario with a mistake\n"
+      "  3    a file cannot be read or written, or the bench failed\n"
       "Examples:\n  idlctl run story.scn\n  echo 'phone add anna; bt pair anna; random 1000' | idlctl run - --seed 7\n"
       "  idlctl run examples/scenarios/*.scn --junit results.xml");
   onChosen(app, action, options, run);

@@ -194,10 +194,24 @@ void addSuffixes(CLI::App& app, Action& action) {
   CLI::App& showing = *app.add_subcommand("show", "the entries");
   const auto showOptions = addCommon(showing);
   showing.add_flag("--json", showOptions->isJson, "one JSON object");
+  showing.footer(
+      "Exit codes:\n"
+      "  0    the entries are told; none where there is no file\n"
+      "  2    wrong arguments\n"
+      "  3    the file cannot be read\n"
+      "Example:\n  idlctl suffixes show --json");
   onChosen(showing, action, showOptions, show);
-  CLI::App& checking = *app.add_subcommand("check", "what is wrong with them: 4 for damage, 1 for anything else");
+  CLI::App& checking = *app.add_subcommand("check", "what is wrong with them, and which would be displayed alike");
   const auto checkOptions = addCommon(checking);
   checking.add_flag("--json", checkOptions->isJson, "one JSON object");
+  checking.footer(
+      "Exit codes:\n"
+      "  0    nothing is wrong, or there is no file\n"
+      "  1    something is, but no damage\n"
+      "  2    wrong arguments\n"
+      "  3    the file cannot be read\n"
+      "  4    damaged, or clients would forget all entries\n"
+      "Example:\n  idlctl suffixes check --save-dir copied");
   onChosen(checking, action, checkOptions, check);
   CLI::App& forgetting = *app.add_subcommand("forget", "write the file without some of them");
   const auto forgetOptions = addCommon(forgetting);
@@ -205,6 +219,14 @@ void addSuffixes(CLI::App& app, Action& action) {
   which->add_option("--btid", forgetOptions->btid, "the entries of that Bluetooth id")->check(CLI::Range(0, 255));
   which->add_flag("--all", forgetOptions->isAll, "every entry");
   which->require_option(1);
+  forgetting.footer(
+      "Clients read the file when they start and write it at their next change: stop them first.\n"
+      "Exit codes:\n"
+      "  0    forgotten\n"
+      "  1    there is nothing to forget\n"
+      "  2    wrong arguments\n"
+      "  3    the file cannot be read or written\n"
+      "Example:\n  idlctl suffixes forget --btid 3");
   onChosen(forgetting, action, forgetOptions, forget);
 }
 

@@ -107,7 +107,13 @@ void addWait(CLI::App& app, Action& action) {
   app.add_flag("--json", options->isJson, "one JSON object");
   addDuration(app, "--timeout", options->timeout, "give up after that time, with 124");
   app.footer(
-      "All that is asked for has to be true at once.\nExamples:\n  idlctl wait --name 'iPhone*' --timeout 5s\n"
+      "All that is asked for has to be true at once.\n"
+      "Exit codes:\n"
+      "  0    it is true\n"
+      "  1    stopped before it was\n"
+      "  2    wrong arguments\n"
+      "  124  timed out before it was\n"
+      "Examples:\n  idlctl wait --name 'iPhone*' --timeout 5s\n"
       "  idlctl wait --count 0\n  idlctl wait --source bt --state present");
   app.parse_complete_callback([=] {
     if (name->empty() && btid->empty() && type->empty() && count->empty() && source->empty()) {

@@ -155,7 +155,12 @@ void addWatch(CLI::App& app, Action& action) {
   app.add_option("-n", options->count, "end after so many events")->check(CLI::PositiveNumber);
   addDuration(app, "--timeout", options->timeout, "end after that time; 124 where -n wanted more events");
   addDuration(app, "--interval", options->interval, "time between two looks, 200ms");
-  app.footer("Examples:\n  idlctl watch\n  idlctl watch --json --timeout 10s\n  idlctl watch -n 1");
+  app.footer(
+      "Exit codes:\n"
+      "  0    stopped, or so many events were told, or the time is over that was given without -n\n"
+      "  2    wrong arguments\n"
+      "  124  timed out before so many events\n"
+      "Examples:\n  idlctl watch\n  idlctl watch --json --timeout 10s\n  idlctl watch -n 1");
   onChosen(app, action, options, run);
 }
 
