@@ -32,7 +32,6 @@ using idl::bench::AapPublisher;
 using idl::bench::BtPublisher;
 using idl::bench::CpPublisher;
 using idl::bench::FuncInfoPublisher;
-using testing::HasSubstr;
 
 constexpr uid_t NOBODY = 65534;
 constexpr char SHARED_MEMORY[] = "/dev/shm";
