@@ -166,7 +166,7 @@ int run(const Options& options, const Streams& streams) {
 void addDoctor(CLI::App& app, Action& action) {
   const auto options = std::make_shared<Options>();
   app.add_option("--save-dir", options->saveFolder,
-                 "the folder of the saved numbers; else LM_SAVE_FILE_DIR, else this user's own");
+                 "the folder of the saved numbers; else LM_SAVE_FILE_DIR, the system's if it exists, this user's own");
   app.add_flag("--json", options->isJson, "one JSON object");
   app.footer(
       "Processes are named as they call themselves, each in its own container.\n"

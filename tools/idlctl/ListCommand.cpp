@@ -227,7 +227,7 @@ int run(const Options& options, const Streams& streams) {
 void addList(CLI::App& app, Action& action) {
   const auto options = std::make_shared<Options>();
   app.add_option("--save-dir", options->saveFolder,
-                 "the folder of the saved numbers; else LM_SAVE_FILE_DIR, else this user's own");
+                 "the folder of the saved numbers; else LM_SAVE_FILE_DIR, the system's if it exists, this user's own");
   app.add_flag("--explain", options->explains, "say where each row's fields and number come from, and what is missing");
   app.add_flag("--json", options->isJson, "one JSON object");
   app.footer(

@@ -182,7 +182,7 @@ int forget(const Options& options, const Streams& streams) {
 std::shared_ptr<Options> addCommon(CLI::App& app) {
   auto options = std::make_shared<Options>();
   app.add_option("--save-dir", options->saveFolder,
-                 "the folder of the saved numbers; else LM_SAVE_FILE_DIR, else this user's own");
+                 "the folder of the saved numbers; else LM_SAVE_FILE_DIR, the system's if it exists, this user's own");
   return options;
 }
 

@@ -89,7 +89,7 @@ int run(const Options& options, const Streams& streams) {
 void addWait(CLI::App& app, Action& action) {
   const auto options = std::make_shared<Options>();
   app.add_option("--save-dir", options->saveFolder,
-                 "the folder of the saved numbers; else LM_SAVE_FILE_DIR, else this user's own");
+                 "the folder of the saved numbers; else LM_SAVE_FILE_DIR, the system's if it exists, this user's own");
   CLI::Option* name =
       app.add_option("--name", options->name, "a phone is displayed so; *, ? and [] as in a shell")->type_name("GLOB");
   CLI::Option* btid =

@@ -150,7 +150,7 @@ int run(const Options& options, const Streams& streams) {
 void addWatch(CLI::App& app, Action& action) {
   const auto options = std::make_shared<Options>();
   app.add_option("--save-dir", options->saveFolder,
-                 "the folder of the saved numbers; else LM_SAVE_FILE_DIR, else this user's own");
+                 "the folder of the saved numbers; else LM_SAVE_FILE_DIR, the system's if it exists, this user's own");
   app.add_flag("--json", options->isJson, "one JSON object a line");
   app.add_option("-n", options->count, "end after so many events")->check(CLI::PositiveNumber);
   addDuration(app, "--timeout", options->timeout, "end after that time; 124 where -n wanted more events");

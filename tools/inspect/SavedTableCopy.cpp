@@ -22,8 +22,14 @@ constexpr char FILE_NAME[] = "/IDLSuffix.ini";
 
 }  // namespace
 
+// A person who looks at a unit means the unit's numbers, be they root's.
 std::string savedTableFolder(const std::string& chosen) {
-  return chosen.empty() ? saveFileFolderOf(geteuid()) : chosen;
+  if (!chosen.empty()) {
+    return chosen;
+  }
+  const std::string systems = saveFileFolderOf(0);  // or what the environment says
+  struct stat status = {};
+  return ::stat(systems.c_str(), &status) == 0 && S_ISDIR(status.st_mode) ? systems : saveFileFolderOf(geteuid());
 }
 
 SavedTableCopy copySavedTable(const std::string& folder) {

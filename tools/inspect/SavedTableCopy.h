@@ -33,7 +33,8 @@ struct SavedTableCopy {
   bool isRead() const { return state == State::READ; }
 };
 
-/// The folder in which this process's library would have its saved numbers, if `chosen` is empty; else `chosen`.
+/// `chosen`, if it is not empty; else what LM_SAVE_FILE_DIR says, else the system's folder where it exists, else the
+/// one in which this user's library would have its saved numbers.
 std::string savedTableFolder(const std::string& chosen);
 
 /// Reads the saved table in `folder`.

@@ -12,6 +12,7 @@ import os
 import pathlib
 import select
 import shutil
+import subprocess
 import sys
 import tempfile
 import time
@@ -247,6 +248,28 @@ class EveryOutput(unittest.TestCase):
         write_to("aap", unit.aap_table(unit.aap_slot(b"a", b"X", port=2), unit.aap_slot(b"b", b"Y", port=1)))
         await_("moved")
         await_("changed")
+
+    def testNamesTheFolderOfTheSavedNumbers(self):
+        system = "/var/lib/lm-save-files"
+        script = "mount -t tmpfs tmpfs /var/lib && { [ -z \"$1\" ] || mkdir \"$1\"; } && shift && exec \"$@\""
+        environment = dict(os.environ, HOME="/home/somebody")
+        for variable in ("LM_SAVE_FILE_DIR", "XDG_STATE_HOME"):
+            environment.pop(variable, None)
+
+        def path_of(folder, *arguments, **more):
+            with self.idlctl.for_nobody() as other:
+                if other is None:
+                    self.skipTest("another user can be had by root alone")
+                as_other = ["setpriv", "--reuid", str(unit.NOBODY), "--regid", str(unit.NOBODY), "--clear-groups"]
+                done = subprocess.run(
+                    ["unshare", "--mount", "sh", "-c", script, "sh", folder, *as_other, other.program, "doctor", "--json",
+                     *arguments], env=dict(environment, **more), stdout=subprocess.PIPE, check=False, timeout=unit.WATCHDOG)
+            return outputs.parsed(done.stdout, self.schemas["doctor"])["saved"]["path"]
+
+        self.assertEqual(path_of(system), system + "/IDLSuffix.ini")
+        self.assertEqual(path_of(""), "/home/somebody/.local/state/lm-save-files/IDLSuffix.ini")
+        self.assertEqual(path_of(system, LM_SAVE_FILE_DIR="/given"), "/given/IDLSuffix.ini")
+        self.assertEqual(path_of(system, "--save-dir", "/said", LM_SAVE_FILE_DIR="/given"), "/said/IDLSuffix.ini")
 
     def testKeepsEveryBitOfALongNumber(self):
         healthy(self.idlctl)
