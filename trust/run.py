@@ -108,6 +108,9 @@ ROWS = [
         count(1000000), count(5000), ["model"], count(2000), preset="asan-ubsan", control_preset="release"),
     Row("processes", "whole processes by chance, against a model in Python", "scripts/processes",
         count(1000), count(25), ["processes"], count(100)),
+    Row("idlctl", "looks of idlctl at units full of garbage, under ASan and UBSan", "scripts/inspectors",
+        count(400), count(8), ["idlctl-pipe", "idlctl-json", "idlctl-lock"], count(40) + ["--seed", "1", "--plain"],
+        limit_control=180),
     Row("soak", "a unit under load, one client of which lives through it all", "soak",
         ["--seconds", "600"], ["--seconds", "10"], ["soak", "soak-mappings"], ["--seconds", "4"]),
 ]
@@ -165,7 +168,7 @@ def build_row(row, source, folder, preset, arguments, log):
     if not is_script(row):
         return build(source, folder, preset, ["trust_" + row.program], log)
     with open(log, "w", encoding="utf-8") as said, BUILDING:
-        return subprocess.run([str(source / row.program), "--build-only"] + [word for word in arguments if word == "--replay"],
+        return subprocess.run([str(source / row.program), "--build-only"] + [word for word in arguments if word in ("--replay", "--plain")],
                               cwd=source, stdout=said, stderr=subprocess.STDOUT, check=False).returncode == 0
 
 

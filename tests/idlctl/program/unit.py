@@ -58,12 +58,12 @@ class Idlctl:
         environment = {name: value for name, value in os.environ.items() if name not in ("NO_COLOR", "TERM")}
         return dict(environment, LM_SAVE_FILE_DIR=str(self.save_folder), **more)
 
-    def run(self, *arguments, user=None, **more):
+    def run(self, *arguments, user=None, timeout=WATCHDOG, **more):
         """Runs it to its end. The result has returncode, stdout and stderr, both as bytes."""
         if user is not None:
             more.update(user=user, group=user, extra_groups=[])
         return subprocess.run([self.program, *arguments], env=self.environment(), stdin=subprocess.DEVNULL,
-                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=WATCHDOG, check=False, **more)
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=timeout, check=False, **more)
 
     def start(self, *arguments, **more):
         """Starts it; its output is read by whoever asked."""
