@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <memory>
 
 #include "tools/idlctl/Command.h"
@@ -16,6 +17,7 @@ namespace {
 using Kind = LiveList::Event::Kind;
 
 constexpr std::chrono::milliseconds INTERVAL{200};
+constexpr std::chrono::milliseconds SHORTEST_INTERVAL{1};  // 0 would have the unit's processor for itself
 
 struct Options {
   std::string saveFolder;
@@ -118,6 +120,7 @@ nlohmann::json initialState(const LiveList& list) {
 int run(const Options& options, const Streams& streams) {
   const Stopping stopping;
   const Deadline deadline(options.timeout);
+  const std::chrono::milliseconds interval = std::max(SHORTEST_INTERVAL, options.interval.value_or(INTERVAL));
   LiveList list(options.saveFolder);
   saySources(list.unit(), streams.err);
   if (options.isJson) {
@@ -132,7 +135,7 @@ int run(const Options& options, const Streams& streams) {
     if (deadline.isOver()) {
       return options.count != 0 ? EXIT_TIMED_OUT : EXIT_YES;
     }
-    if (stopping.within(deadline.atMost(options.interval.value_or(INTERVAL)))) {
+    if (stopping.within(deadline.atMost(interval))) {
       return EXIT_YES;
     }
     for (const LiveList::Event& event : list.poll()) {
