@@ -34,7 +34,9 @@ void addExec(CLI::App& app, Action& action) {
       ->required()
       ->type_name("COMMAND ...");
   app.footer(
-      "The exit code is the program's.\n"
+      "Exit codes, beside the program's own:\n"
+      "  2    wrong arguments\n"
+      "  3    the program cannot be started\n"
       "Example, a user interface that meets the phones of a bench:\n  idlctl --private=lab exec -- ./phone-screen");
   onChosen(app, action, options, run);
 }

@@ -230,6 +230,20 @@ class EachExitCode(unittest.TestCase):
         self.expectUsage("doctor", "bt")
         self.expectAll("doctor")
 
+    def test_Exec(self):
+        self.assertEqual(self.idlctl.run("exec", "--", "sh", "-c", "exit 7").returncode, 7)
+        self.expectUsage("exec")
+        self.expect(3, "exec", "--", "/no/such/program")
+        self.expectAll("exec")
+
+    def test_APrivateBenchThatCannotBeHad(self):
+        file = unit.SHARED_MEMORY / "file"
+        file.write_bytes(b"")
+        for command in unit.EXIT_CODES.keys() - {"run", "exec", "suffixes forget"}:
+            arguments = {"publish": ["bt"], "dump": ["bt"], "wait": ["--count", "0"], "completion": ["bash"]}.get(command, [])
+            done = self.idlctl.run("--private=lab", *command.split(), *arguments, environment={"XDG_RUNTIME_DIR": str(file)})
+            self.assertEqual((done.returncode, done.stdout), (3, b""), command)
+
     def test_Completion(self):
         self.expect(0, "completion", "bash")
         self.expect(0, "completion", "zsh")

@@ -38,6 +38,7 @@ EXIT_CODES = {
     "suffixes check": {0, 1, 2, 3, 4},
     "suffixes forget": {0, 1, 2, 3},
     "doctor": {0, 1, 2},
+    "exec": {2, 3},  # and its program's
     "completion": {0, 2},
 }
 
@@ -58,11 +59,11 @@ class Idlctl:
         environment = {name: value for name, value in os.environ.items() if name not in ("NO_COLOR", "TERM")}
         return dict(environment, LM_SAVE_FILE_DIR=str(self.save_folder), **more)
 
-    def run(self, *arguments, user=None, timeout=WATCHDOG, **more):
+    def run(self, *arguments, user=None, timeout=WATCHDOG, environment=None, **more):
         """Runs it to its end. The result has returncode, stdout and stderr, both as bytes."""
         if user is not None:
             more.update(user=user, group=user, extra_groups=[])
-        return subprocess.run([self.program, *arguments], env=self.environment(), stdin=subprocess.DEVNULL,
+        return subprocess.run([self.program, *arguments], env=self.environment(**(environment or {})), stdin=subprocess.DEVNULL,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=timeout, check=False, **more)
 
     def start(self, *arguments, **more):
