@@ -18,8 +18,6 @@
 
 namespace {
 
-using testing::HasSubstr;
-
 constexpr uid_t NOBODY = 65534;
 constexpr char ENTERED[] = "--private=lab";
 

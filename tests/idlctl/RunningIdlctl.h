@@ -42,7 +42,7 @@ class RunningIdlctl {
       }
       mSaid.append(bytes, static_cast<std::size_t>(count));
     }
-    const std::string text = mSaid.substr(0, end);
+    std::string text = mSaid.substr(0, end);
     mSaid.erase(0, end + 1);
     return text;
   }
