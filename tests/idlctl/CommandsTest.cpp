@@ -202,6 +202,27 @@ TEST_F(Idlctl, WatchesOnWhenASourceIsLost) {
   EXPECT_EQ(watch.wait(), 0);
 }
 
+// Unpaired phones of one name at one port take each other's numbers at every pass, so a pass too many is seen.
+TEST_F(Idlctl, NumbersNothingAnewWhereNoBytesChange) {
+  AapPublisher androidAuto;
+  androidAuto.initialise();
+  androidAuto.put(0, {"a", "Phone", 0, 255, 2});
+  androidAuto.put(1, {"b", "Phone", 0, 255, 2});
+  CpPublisher carPlay;
+  carPlay.initialise();
+  RunningIdlctl watch({"watch", "--json", "--interval", "1ms"});
+  EXPECT_EQ(nlohmann::json::parse(watch.line()).at("event"), "initial");
+
+  for (int i = 0; i < 50; ++i) {
+    androidAuto.put(0, {"a", "Phone", 0, 255, 2});
+  }
+  carPlay.vanish();
+
+  EXPECT_EQ(nlohmann::json::parse(watch.line()).at("event"), "sourceLost");
+  androidAuto.put(2, {"c", "Other", 0, 255, 3});
+  EXPECT_NE(nlohmann::json::parse(watch.line()).at("event"), "sourceLost");
+}
+
 TEST_F(Idlctl, TellsNothingWhereNothingChanges) {
   BtPublisher bluetooth;
   bluetooth.initialise();

@@ -25,6 +25,8 @@
 #include "support/RawSegment.h"
 #include "support/SaveFolder.h"
 #include "support/Users.h"
+#include "tools/inspect/LockView.h"
+#include "tools/inspect/TableCopy.h"
 
 namespace {
 
@@ -375,6 +377,53 @@ TEST_F(AnInspector, CannotOpenWhatItMayNotRead) {
   });
 
   EXPECT_EQ(reader.wait(), 0);
+}
+
+// Looks at Bluetooth's table again and again, until somebody ends it.
+int lookOnAndOn() {
+  for (;;) {
+    idl::tools::copyTable(idl::tools::BT_SOURCE);
+  }
+}
+
+void letPass(std::chrono::microseconds time) {
+  const auto end = std::chrono::steady_clock::now() + time;
+  while (std::chrono::steady_clock::now() < end) {
+  }
+}
+
+TEST(AnInspectorThatASignalEnds, HasLeftTheLock) {
+  BtPublisher bluetooth;
+  bluetooth.initialise();
+
+  for (int i = 0; i < 200; ++i) {
+    ChildProcess inspector(lookOnAndOn);
+    letPass(std::chrono::microseconds(500 + 7 * i));
+    inspector.signal(i % 2 == 0 ? SIGTERM : SIGHUP);
+    ASSERT_LT(inspector.wait(), 0);
+    ASSERT_EQ(idl::tools::viewLock(BtPublisher::SEGMENT).state, idl::tools::LockView::State::FREE) << i;
+  }
+}
+
+TEST(AnInspectorThatIsKilled, IsNamedByTheLockIfItHeldIt) {
+  BtPublisher bluetooth;
+  bluetooth.initialise();
+
+  for (int i = 0; i < 5000; ++i) {
+    ChildProcess inspector(lookOnAndOn);
+    letPass(std::chrono::microseconds(500 + i % 500));
+    inspector.signal(SIGKILL);
+    inspector.wait();
+    const idl::tools::LockView lock = idl::tools::viewLock(BtPublisher::SEGMENT);
+    if (lock.state == idl::tools::LockView::State::HELD_BY_DEAD) {
+      EXPECT_THAT(lock.holder, testing::AnyOf(0U, static_cast<std::uint32_t>(inspector.pid())));
+      if (lock.holder != 0) {
+        return;
+      }
+      bluetooth.put(0, {3, "Phone", ""});  // takes the lock over
+    }
+  }
+  FAIL() << "never killed while it held the lock";
 }
 
 }  // namespace

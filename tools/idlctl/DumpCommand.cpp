@@ -179,6 +179,8 @@ int run(const Options& options, const Streams& streams) {
   }
   if (options.isChecked && !options.isJson) {
     print(findings, streams.out, streams.colour);
+  } else if (!options.isChecked && haveDamage(findings)) {
+    streams.err << source->word << ": damaged; --check says what is wrong\n";
   }
   if (haveDamage(findings)) {
     return EXIT_DAMAGED;

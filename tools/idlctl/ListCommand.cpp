@@ -92,14 +92,17 @@ std::string takenText(const Explanation::Number& number, const std::vector<Integ
   return text;
 }
 
+std::string wordOf(Explanation::Key key) { return key == Explanation::Key::BTID ? "Bluetooth id" : "port"; }
+
 std::string numberSentence(const DeviceInfo& phone, const Explanation::Number& number,
                            const std::vector<IntegratedDevice>& list) {
   const std::string own = "number " + std::to_string(phone.suffix);
-  const std::string renamed =
-      number.wasRenamed ? "; the number of " + quotedText(number.formerName) + ", its name before, is not kept" : "";
+  const std::string renamed = number.wasRenamed ? "; the number of " + quotedText(number.otherName) + ", of the same " +
+                                                      wordOf(number.sharedKey) + ", is not kept for another name"
+                                                : "";
   switch (number.why) {
     case Explanation::Why::KEPT: {
-      const std::string key = number.key == Explanation::Key::BTID ? "Bluetooth id" : "port";
+      const std::string key = wordOf(number.key);
       return own + (number.since == Explanation::Since::SAVED
                         ? " kept from the saved table: the same name and " + key
                         : " kept from the refresh before: the same name and " + key);

@@ -110,7 +110,7 @@ void enterPrivateBench(const std::string& name) {
     fail("the folder cannot be bound over " + std::string(SHARED_MEMORY));
   }
   enteredSaveFolder = saved;
-  setenv(SAVE_FOLDER, enteredSaveFolder.c_str(), 0);
+  setenv(SAVE_FOLDER, enteredSaveFolder.c_str(), 1);
 }
 
 const std::string& privateSaveFolder() { return enteredSaveFolder; }

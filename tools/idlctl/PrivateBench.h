@@ -10,7 +10,7 @@ namespace idl::tools {
 bool canBePrivateBench(const std::string& name);
 
 /// Lets this process, and what it starts, see the shared memory of the bench `name`, which may be called so, in the
-/// place of the system's, and has the saved numbers in the bench's folder unless LM_SAVE_FILE_DIR says otherwise.
+/// place of the system's, and has the saved numbers in the bench's folder: LM_SAVE_FILE_DIR is set to it.
 /// Whoever enters the same name meets the same tables; nobody has to stay for them. The bench lies in the user's
 /// runtime folder, or in a folder of the user's in /tmp.
 ///

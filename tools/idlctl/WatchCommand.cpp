@@ -126,7 +126,7 @@ int run(const Options& options, const Streams& streams) {
   if (options.isJson) {
     streams.out << jsonText(initialState(list), -1) << std::endl;
   } else {
-    streams.out << tableOf(list.phones(), streams.colour) << std::flush;
+    streams.out << (list.phones().empty() ? "no phones\n" : tableOf(list.phones(), streams.colour)) << std::flush;
   }
   for (unsigned told = 0;;) {
     if (options.count != 0 && told >= options.count) {
@@ -155,7 +155,7 @@ void addWatch(CLI::App& app, Action& action) {
   app.add_option("--save-dir", options->saveFolder,
                  "the folder of the saved numbers; else LM_SAVE_FILE_DIR, the system's if it exists, this user's own");
   app.add_flag("--json", options->isJson, "one JSON object a line");
-  app.add_option("-n", options->count, "end after so many events")->check(CLI::PositiveNumber);
+  app.add_option("-n", options->count, "end after so many events")->check(CLI::PositiveNumber.description("1 or more"));
   addDuration(app, "--timeout", options->timeout, "end after that time; 124 where -n wanted more events");
   addDuration(app, "--interval", options->interval, "time between two looks, 200ms");
   app.footer(

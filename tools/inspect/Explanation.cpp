@@ -8,7 +8,8 @@ namespace idl::tools {
 std::vector<Explanation::DeviceType> Explanation::foldedInto(std::uint8_t btid) const {
   std::vector<DeviceType> types;
   for (const Fold& fold : mFolds) {
-    if (fold.btid == btid) {
+    // Of two records of one source, the later one counts; it is one source all the same.
+    if (fold.btid == btid && std::find(types.begin(), types.end(), fold.type) == types.end()) {
       types.push_back(fold.type);
     }
   }
@@ -61,6 +62,7 @@ void Explanation::numberingBegins() {
 
 void Explanation::numberKept(std::size_t entry, const DeviceInfo& old, Key key) {
   Number& number = at(entry);
+  number.wasRenamed = false;  // another entry of the same port or Bluetooth id was only looked at before
   if (mNumberings == 1) {
     number.why = Why::KEPT;
     number.since = Since::SAVED;
@@ -82,10 +84,11 @@ void Explanation::numberKept(std::size_t entry, const DeviceInfo& old, Key key) 
   }
 }
 
-void Explanation::renamed(std::size_t entry, const DeviceInfo& old, Key /*key*/) {
+void Explanation::renamed(std::size_t entry, const DeviceInfo& old, Key key) {
   Number& number = at(entry);
   number.wasRenamed = true;
-  number.formerName = old.name;
+  number.sharedKey = key;
+  number.otherName = old.name;
 }
 
 void Explanation::numberTaken(std::size_t entry, unsigned number, const std::string& name) {

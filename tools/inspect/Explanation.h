@@ -34,8 +34,9 @@ class Explanation : public Decisions {
     Since since = Since::SAVED;  // where KEPT
     Key key = Key::BTID;         // where KEPT
     std::vector<Taken> taken;    // lower numbers that it could not have, when it was given
-    bool wasRenamed = false;     // an entry of this Bluetooth id or port had another name, and its number was not kept
-    std::string formerName;
+    bool wasRenamed = false;     // the entry has the Bluetooth id or port of another name, whose number was not kept
+    Key sharedKey = Key::BTID;   // where wasRenamed
+    std::string otherName;
     DeviceInfo entry;  // as the number was found: for the next refresh
   };
 

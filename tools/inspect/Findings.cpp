@@ -93,8 +93,8 @@ void checkBt(const TableCopy& copy, Collector& collector) {
       collector.suspicious("bt-id-twice",
                            "The Bluetooth id " + number(slot.id) + " is there twice, in " + slotText(first->second) +
                                " and " + slotText(k) + ".",
-                           "Only the first of them is merged with CarPlay and Android Auto, and both are listed. An id "
-                           "has to be one phone's.");
+                           "Only the first of them is merged with CarPlay and Android Auto, and both are listed. Have "
+                           "the Bluetooth service remove the pairing that is not the phone's.");
     }
     checkText(collector, k, "name", hasNoEnd(slot.name));
     checkText(collector, k, "address", hasNoEnd(slot.address));
@@ -301,11 +301,12 @@ std::vector<Finding> checkList(const Unit& unit, const ListNow& list) {
                          "Start the Bluetooth service.");
   }
   for (const Explanation::UnknownPairing& unknown : list.why.unknownPairings()) {
-    collector.suspicious("pairing-unknown",
-                         std::string(sourceOf(unknown.device.type).person) + " lists " +
-                             quotedText(unknown.device.name) + " with the Bluetooth id " + number(unknown.device.btid) +
-                             ", which Bluetooth does not know.",
-                         unknown.isListed ? "It is listed as connected by USB alone." : "It is not listed.");
+    collector.suspicious(
+        "pairing-unknown",
+        std::string(sourceOf(unknown.device.type).person) + " lists " + quotedText(unknown.device.name) +
+            " with the Bluetooth id " + number(unknown.device.btid) + ", which Bluetooth does not know.",
+        std::string(unknown.isListed ? "It is listed as connected by USB alone. " : "It is not listed. ") +
+            "Pair the phone again, or have the service forget the id.");
   }
   std::set<std::tuple<std::string, std::int32_t>> seen;
   std::set<std::tuple<std::string, std::int32_t>> told;
@@ -317,10 +318,12 @@ std::vector<Finding> checkList(const Unit& unit, const ListNow& list) {
                                                              : fixedText(phone.cpDevice.name));
     const auto key = std::make_tuple(own, phone.port);
     if (!seen.insert(key).second && told.insert(key).second) {
-      collector.suspicious("same-name-same-port",
-                           "Several phones that are not paired have the name " + quotedText(own) + " and the port " +
-                               std::to_string(phone.port) + ".",
-                           "Their numbers cannot be kept apart from refresh to refresh.");
+      collector.suspicious(
+          "same-name-same-port",
+          "Several phones that are not paired have the name " + quotedText(own) + " and the port " +
+              std::to_string(phone.port) + ".",
+          "Their numbers cannot be kept apart from refresh to refresh: give the phones names of their own, or "
+          "have the service say at which port each is.");
     }
   }
   return collector.take();

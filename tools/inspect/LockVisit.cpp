@@ -21,11 +21,16 @@ constexpr std::chrono::microseconds PAUSE{200};
 }  // namespace
 
 LockVisit::LockVisit(const std::string& name, std::chrono::milliseconds patience) {
+  holdSignals();
   mIsHeld = open(name) && takeByte() && take(patience);
+  if (!mIsHeld) {
+    leave();
+  }
 }
 
 LockVisit::~LockVisit() {
   if (mIsHeld) {
+    mPage.get()->processes[LockWord::slotOf(mMine)].store(mFormerProcess, std::memory_order_relaxed);
     std::atomic<std::uint32_t>& word = mPage.get()->word;
     std::uint32_t seen = word.load(std::memory_order_relaxed);
     while ((seen & ~LockWord::WAITERS) == mMine) {
@@ -35,10 +40,28 @@ LockVisit::~LockVisit() {
       }
     }
   }
+  if (mIsHeld) {
+    leave();
+  }
+}
+
+// Those that a fault of the process's own raises have to come at once.
+void LockVisit::holdSignals() {
+  sigset_t all;
+  sigfillset(&all);
+  for (const int fault : {SIGBUS, SIGSEGV, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS}) {
+    sigdelset(&all, fault);
+  }
+  pthread_sigmask(SIG_BLOCK, &all, &mFormerSignals);
+}
+
+void LockVisit::leave() {
   mPage.unmap();
   if (mDescriptor != -1) {
     ::close(mDescriptor);
+    mDescriptor = -1;
   }
+  pthread_sigmask(SIG_SETMASK, &mFormerSignals, nullptr);
 }
 
 bool LockVisit::open(const std::string& name) {
@@ -75,6 +98,8 @@ bool LockVisit::take(std::chrono::milliseconds patience) {
   for (;;) {
     std::uint32_t seen = LockWord::FREE;
     if (mPage.get()->word.compare_exchange_strong(seen, mMine, std::memory_order_acquire, std::memory_order_relaxed)) {
+      mFormerProcess = mPage.get()->processes[LockWord::slotOf(mMine)].exchange(static_cast<std::uint32_t>(getpid()),
+                                                                                std::memory_order_relaxed);
       return !mPage.isLost();
     }
     if (!LockWord::isHeld(seen) || std::chrono::steady_clock::now() >= end) {
