@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <cstring>
-#include <fstream>
-#include <iterator>
+#include <limits>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <type_traits>
 
 #include "simulator/AapPublisher.h"
 #include "simulator/BtPublisher.h"
@@ -13,10 +12,13 @@
 #include "simulator/TableClaim.h"
 #include "tools/idlctl/Command.h"
 #include "tools/idlctl/DurationOption.h"
+#include "tools/idlctl/InputFile.h"
 #include "tools/idlctl/Stopping.h"
+#include "tools/inspect/Source.h"
 #include "tools/scenario/Lexer.h"
 #include "tools/text/Counted.h"
 #include "tools/text/Escape.h"
+#include "tools/text/Number.h"
 
 namespace idl::tools {
 
@@ -28,7 +30,7 @@ struct Options {
   std::string source;
   std::vector<std::string> phones;
   std::string file;
-  std::optional<std::uint64_t> current;
+  std::optional<std::string> current;
   bool keeps = false;
   std::optional<std::chrono::milliseconds> timeout;
 };
@@ -39,30 +41,33 @@ class WrongInput : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-template <class Number>
-Number numberOf(const std::string& key, const std::string& text) {
-  try {
-    std::size_t used = 0;
-    const long long value = std::stoll(text, &used, 0);
-    if (used == text.size() && static_cast<long long>(static_cast<Number>(value)) == value) {
-      return static_cast<Number>(value);
-    }
-  } catch (const std::logic_error&) {
-  }
+[[noreturn]] void noNumber(const std::string& key, const std::string& text) {
   throw WrongInput(key + "=" + text + " is no number of the table");
 }
 
-template <>
-std::uint64_t numberOf<std::uint64_t>(const std::string& key, const std::string& text) {
-  try {
-    std::size_t used = 0;
-    const unsigned long long value = std::stoull(text, &used, 0);
-    if (used == text.size() && text[0] != '-') {
-      return value;
-    }
-  } catch (const std::logic_error&) {
+template <class Number>
+Number numberOf(const std::string& key, const std::string& text) {
+  const auto number = unsignedNumber(text);
+  if (!number || *number > std::numeric_limits<Number>::max()) {
+    noNumber(key, text);
   }
-  throw WrongInput(key + "=" + text + " is no number of the table");
+  return static_cast<Number>(*number);
+}
+
+template <>
+std::int32_t numberOf<std::int32_t>(const std::string& key, const std::string& text) {
+  const auto number = signedNumber(text);
+  if (!number) {
+    noNumber(key, text);
+  }
+  return *number;
+}
+
+const std::string& textOf(const std::string& key, const std::string& text) {
+  if (text.find('\0') != std::string::npos) {
+    throw WrongInput(key + ": a text of the table holds no NUL");
+  }
+  return text;
 }
 
 // The fields by the names that dump has for them. False for another name.
@@ -70,9 +75,9 @@ bool set(bench::BtPhone& phone, const std::string& key, const std::string& text)
   if (key == "id") {
     phone.id = numberOf<std::uint8_t>(key, text);
   } else if (key == "name") {
-    phone.name = text;
+    phone.name = textOf(key, text);
   } else if (key == "address") {
-    phone.address = text;
+    phone.address = textOf(key, text);
   } else if (key == "info") {
     phone.info = numberOf<std::uint32_t>(key, text);
   } else if (key == "flag1") {
@@ -89,7 +94,7 @@ bool set(bench::CpPhone& phone, const std::string& key, const std::string& text)
   if (key == "identifier") {
     phone.identifier = numberOf<std::uint64_t>(key, text);
   } else if (key == "name") {
-    phone.name = text;
+    phone.name = textOf(key, text);
   } else if (key == "btid") {
     phone.btid = numberOf<std::uint8_t>(key, text);
   } else if (key == "inSession") {
@@ -104,9 +109,9 @@ bool set(bench::CpPhone& phone, const std::string& key, const std::string& text)
 
 bool set(bench::AapPhone& phone, const std::string& key, const std::string& text) {
   if (key == "id") {
-    phone.id = text;
+    phone.id = textOf(key, text);
   } else if (key == "name") {
-    phone.name = text;
+    phone.name = textOf(key, text);
   } else if (key == "session") {
     phone.session = numberOf<std::uint8_t>(key, text);
   } else if (key == "btid") {
@@ -123,6 +128,10 @@ bool set(bench::AapPhone& phone, const std::string& key, const std::string& text
 void identify(bench::BtPhone& phone, unsigned slot) { phone.id = static_cast<std::uint8_t>(slot + 1); }
 void identify(bench::CpPhone& phone, unsigned slot) { phone.identifier = 1001 + slot; }
 void identify(bench::AapPhone& phone, unsigned slot) { phone.id = "aap-" + std::to_string(slot + 1); }
+
+bool leavesSlotFree(const bench::BtPhone& phone) { return bench::BtFormat::isFree(bench::BtFormat::slotOf(phone)); }
+bool leavesSlotFree(const bench::CpPhone& phone) { return bench::CpFormat::isFree(bench::CpFormat::slotOf(phone)); }
+bool leavesSlotFree(const bench::AapPhone& phone) { return bench::AapFormat::isFree(bench::AapFormat::slotOf(phone)); }
 
 template <class Phone>
 Phone phoneOf(const std::string& argument, unsigned slot) {
@@ -142,11 +151,20 @@ Phone phoneOf(const std::string& argument, unsigned slot) {
   return phone;
 }
 
+unsigned slotOf(const nlohmann::json& slot, unsigned slotCount) {
+  const nlohmann::json& number = slot.at("slot");
+  if (!number.is_number_unsigned() || number.get<std::uint64_t>() >= slotCount) {
+    throw WrongInput("there is no slot " + number.dump() + ": the table has 0 to " + std::to_string(slotCount - 1));
+  }
+  return number.get<unsigned>();
+}
+
 // The shape that dump --json has; other members of a slot are left alone.
 template <class Phone>
-std::map<unsigned, Phone> phonesIn(const nlohmann::json& table) {
+std::map<unsigned, Phone> phonesIn(const nlohmann::json& table, unsigned slotCount) {
   std::map<unsigned, Phone> phones;
   for (const nlohmann::json& slot : table.at("slots")) {
+    const unsigned number = slotOf(slot, slotCount);
     if (slot.contains("occupied") && !slot.at("occupied").get<bool>()) {
       continue;
     }
@@ -154,59 +172,99 @@ std::map<unsigned, Phone> phonesIn(const nlohmann::json& table) {
     for (const auto& [key, value] : slot.items()) {
       set(phone, key, value.is_string() ? value.template get<std::string>() : value.dump());
     }
-    phones[slot.at("slot").get<unsigned>()] = phone;
+    if (!phones.emplace(number, phone).second) {
+      throw WrongInput("slot " + std::to_string(number) + " is given twice");
+    }
   }
   return phones;
 }
 
-std::string readAll(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) {
-    throw std::runtime_error(path + ": " + std::strerror(errno));
+/// What is to be in the table, checked.
+template <class Phone>
+struct Content {
+  std::map<unsigned, Phone> phones;
+  std::string image;  // in the place of the phones: the segment's bytes
+  std::optional<std::uint64_t> current;
+};
+
+template <class Phone>
+void readFile(const Options& options, unsigned slotCount, Content<Phone>& content) {
+  const Source& source = *sourceCalled(options.source.c_str());
+  const std::string text = contentOf(options.file);
+  nlohmann::json table;
+  try {
+    table = nlohmann::json::parse(text);
+  } catch (const nlohmann::json::parse_error& wrong) {
+    if (text.size() != source.segmentSize) {
+      throw WrongInput(options.file + ": neither the " + std::to_string(source.segmentSize) + " bytes of " +
+                       source.segment + " nor JSON: " + wrong.what());
+    }
+    content.image = text;
+    return;
   }
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  if (!table.is_object()) {
+    throw WrongInput(options.file + ": this JSON is no table, which is an object");
+  }
+  const auto whose = table.find("source");
+  if (whose != table.end() && *whose != options.source) {
+    throw WrongInput(options.file + ": the table of " + whose->dump() + ", not of " + options.source);
+  }
+  content.phones = phonesIn<Phone>(table, slotCount);
 }
 
-void setCurrent(bench::CpPublisher& publisher, std::uint64_t identifier) { publisher.setCurrentPhone(identifier); }
-
+/// @throw WrongInput and others, before anything of the table is touched.
 template <class Publisher>
-void setCurrent(Publisher& /*publisher*/, std::uint64_t /*identifier*/) {
-  throw WrongInput("--current is CarPlay's alone");
+Content<typename Publisher::Phone> contentOf(const Options& options) {
+  using Phone = typename Publisher::Phone;
+  Content<Phone> content;
+  if (!options.file.empty()) {
+    readFile(options, Publisher::SLOT_COUNT, content);
+  }
+  if (!content.image.empty() && !options.phones.empty()) {
+    throw WrongInput("--phone adds nothing to the bytes of a segment");
+  }
+  unsigned next = 0;
+  for (const std::string& argument : options.phones) {
+    while (content.phones.count(next) != 0) {
+      ++next;
+    }
+    if (next >= Publisher::SLOT_COUNT) {
+      throw WrongInput("the table has room for " + counted(Publisher::SLOT_COUNT, "phone"));
+    }
+    content.phones[next] = phoneOf<Phone>(argument, next);
+  }
+  for (const auto& [slot, phone] : content.phones) {
+    if (leavesSlotFree(phone)) {
+      throw WrongInput("slot " + std::to_string(slot) + ": a phone of that identifier would leave its slot free");
+    }
+  }
+  if (options.current) {
+    if (!std::is_same_v<Publisher, bench::CpPublisher>) {
+      throw WrongInput("--current is CarPlay's alone");
+    }
+    content.current = numberOf<std::uint64_t>("--current", *options.current);
+  }
+  return content;
 }
 
 template <class Publisher>
 int publish(const Options& options, const Streams& streams) {
+  const Content<typename Publisher::Phone> content = contentOf<Publisher>(options);
   const bench::TableClaim claim(Publisher::SEGMENT);
-  std::map<unsigned, typename Publisher::Phone> phones;
-  std::string image;
-  if (!options.file.empty()) {
-    const std::string text = readAll(options.file);
-    const nlohmann::json table = nlohmann::json::parse(text, nullptr, false);
-    if (table.is_object()) {
-      phones = phonesIn<typename Publisher::Phone>(table);
-    } else {
-      image = text;
-    }
-  }
-  unsigned next = 0;
-  for (const std::string& argument : options.phones) {
-    while (phones.count(next) != 0) {
-      ++next;
-    }
-    phones[next] = phoneOf<typename Publisher::Phone>(argument, next);
-  }
   const Stopping stopping;
   Publisher publisher;
   if (!options.keeps) {
     publisher.initialise();
   }
-  if (!image.empty()) {
-    publisher.writeRaw(0, image);
-  } else if (!phones.empty() || !options.keeps) {
-    publisher.replaceAll(phones);
+  if (!content.image.empty()) {
+    publisher.writeRaw(0, content.image);
+  } else if (!content.phones.empty() || !options.keeps) {
+    publisher.replaceAll(content.phones);
   }
-  if (options.current) {
-    setCurrent(publisher, *options.current);
+  if constexpr (std::is_same_v<Publisher, bench::CpPublisher>) {
+    if (content.current) {
+      publisher.setCurrentPhone(*content.current);
+    }
   }
   streams.err << Publisher::SEGMENT << ": " << counted(publisher.phones().size(), "phone") << "; stop with Ctrl-C"
               << std::endl;
@@ -232,9 +290,6 @@ int run(const Options& options, const Streams& streams) {
   } catch (const nlohmann::json::exception& wrong) {
     streams.err << "idlctl: " << quotedText(options.file) << ": " << printable(wrong.what()) << '\n';
     return EXIT_USAGE;
-  } catch (const std::out_of_range& wrong) {
-    streams.err << "idlctl: " << printable(wrong.what()) << '\n';
-    return EXIT_USAGE;
   }
 }
 
@@ -249,7 +304,8 @@ void addPublish(CLI::App& app, Action& action) {
       ->expected(1)
       ->take_all();
   app.add_option("--file", options->file, "a table as dump --json prints it, or the bytes of a segment");
-  app.add_option("--current", options->current, "the identifier of the phone that CarPlay has connected");
+  app.add_option("--current", options->current, "the identifier of the phone that CarPlay has connected")
+      ->type_name("ID");
   app.add_flag("--keep", options->keeps, "begin with the table that is there instead of an empty one");
   addDuration(app, "--timeout", options->timeout, "stop after that time");
   app.footer(

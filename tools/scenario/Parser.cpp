@@ -8,6 +8,7 @@
 #include "tools/text/Duration.h"
 #include "tools/text/Escape.h"
 #include "tools/text/NearestWord.h"
+#include "tools/text/Number.h"
 
 namespace idl::tools::scenario {
 
@@ -80,38 +81,6 @@ const CommandShape& shapeOf(const Statement& statement) {
 
 std::string usageOf(const CommandShape& shape) { return std::string("usage: ") + shape.rule->usage; }
 
-int digitOf(char character, unsigned base) {
-  int digit = -1;
-  if (character >= '0' && character <= '9') {
-    digit = character - '0';
-  } else if (character >= 'a' && character <= 'f') {
-    digit = character - 'a' + 10;
-  } else if (character >= 'A' && character <= 'F') {
-    digit = character - 'A' + 10;
-  }
-  return digit < static_cast<int>(base) ? digit : -1;
-}
-
-/// A number of 64 bits without a sign, decimal or 0x...
-std::optional<std::uint64_t> unsignedNumber(std::string_view text) {
-  const unsigned base = text.size() > 2 && (text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X") ? 16 : 10;
-  if (base == 16) {
-    text.remove_prefix(2);
-  }
-  if (text.empty()) {
-    return std::nullopt;
-  }
-  std::uint64_t number = 0;
-  for (const char character : text) {
-    const int digit = digitOf(character, base);
-    if (digit < 0 || number > (std::numeric_limits<std::uint64_t>::max() - static_cast<unsigned>(digit)) / base) {
-      return std::nullopt;
-    }
-    number = number * base + static_cast<unsigned>(digit);
-  }
-  return number;
-}
-
 std::uint64_t numberIn(const Token& token, std::uint64_t least, std::uint64_t most, const char* what) {
   const auto number = unsignedNumber(token.text);
   if (!number || *number < least || *number > most) {
@@ -121,13 +90,11 @@ std::uint64_t numberIn(const Token& token, std::uint64_t least, std::uint64_t mo
 }
 
 std::uint64_t portIn(const Token& token) {
-  const bool isNegative = !token.text.empty() && token.text.front() == '-';
-  const auto number = unsignedNumber(std::string_view(token.text).substr(isNegative ? 1 : 0));
-  const std::uint64_t most = std::uint64_t{std::numeric_limits<std::int32_t>::max()} + (isNegative ? 1 : 0);
-  if (!number || *number > most) {
+  const auto number = signedNumber(token.text);
+  if (!number) {
     misunderstood(token.textPosition, '\'' + printable(token.text) + "' is not a port, a number of 32 bits");
   }
-  return isNegative ? ~*number + 1 : *number;
+  return static_cast<std::uint64_t>(std::int64_t{*number});
 }
 
 bool isHandle(const std::string& text) {
