@@ -20,10 +20,12 @@ struct AapPhone {
   std::uint8_t session = 0;
   std::uint8_t btid = 255;  // Bluetooth pairing id; 255: not paired
   std::int32_t port = 0;    // USB port; 0: not connected by USB
+  std::uint32_t header = 0;
 };
 
 inline bool operator==(const AapPhone& a, const AapPhone& b) {
-  return std::tie(a.id, a.name, a.session, a.btid, a.port) == std::tie(b.id, b.name, b.session, b.btid, b.port);
+  return std::tie(a.id, a.name, a.session, a.btid, a.port, a.header) ==
+         std::tie(b.id, b.name, b.session, b.btid, b.port, b.header);
 }
 
 /// The Android Auto service's table, for a SlotPublisher.
@@ -56,11 +58,12 @@ struct AapFormat {
     writeText(slot.id, phone.id, texts);
     slot.btid = phone.btid;
     slot.port = phone.port;
+    slot.header = phone.header;
     return slot;
   }
 
   static Phone phoneOf(const Slot& slot) {
-    return {textIn(slot.id), textIn(slot.name), slot.session, slot.btid, slot.port};
+    return {textIn(slot.id), textIn(slot.name), slot.session, slot.btid, slot.port, slot.header};
   }
 
   /// How many bytes of the record are written when its service is half-way: all before the second half of the

@@ -21,11 +21,12 @@ struct BtPhone {
   std::uint32_t info = 0;
   std::uint8_t flag1 = 1;
   std::uint8_t flag2 = 0;
+  std::uint32_t header = 0;
 };
 
 inline bool operator==(const BtPhone& a, const BtPhone& b) {
-  return std::tie(a.id, a.name, a.address, a.info, a.flag1, a.flag2) ==
-         std::tie(b.id, b.name, b.address, b.info, b.flag1, b.flag2);
+  return std::tie(a.id, a.name, a.address, a.info, a.flag1, a.flag2, a.header) ==
+         std::tie(b.id, b.name, b.address, b.info, b.flag1, b.flag2, b.header);
 }
 
 /// The Bluetooth service's table, for a SlotPublisher.
@@ -60,11 +61,12 @@ struct BtFormat {
     slot.info = phone.info;
     slot.flag1 = phone.flag1;
     slot.flag2 = phone.flag2;
+    slot.header = phone.header;
     return slot;
   }
 
   static Phone phoneOf(const Slot& slot) {
-    return {slot.id, textIn(slot.name), textIn(slot.address), slot.info, slot.flag1, slot.flag2};
+    return {slot.id, textIn(slot.name), textIn(slot.address), slot.info, slot.flag1, slot.flag2, slot.header};
   }
 
   /// How many bytes of the record are written when its service is half-way: all before the second half of the name.

@@ -113,6 +113,41 @@ TEST_F(AStandIn, WritesTheBytesOfItsSegmentAsTheyAre) {
   EXPECT_EQ(table(BtPublisher::SEGMENT), before);
 }
 
+// A whole table by way of its dump: other bytes in between, the same ones afterwards.
+TEST_F(AStandIn, WritesWhatDumpHasToldOfATable) {
+  BtPublisher bluetooth;
+  bluetooth.initialise();
+  bluetooth.put(9, {3, "A\xFF\xC3", "\xE2\x82", 77, 0, 2, 0xA1A2A3A4});
+  bluetooth.put(0, {0, "Z\u00fc", "", 4294967295U, 255, 255, 1});
+  CpPublisher carPlay;
+  carPlay.initialise();
+  carPlay.put(10, {0xFFFFFFFFFFFFFFFFU, "A\xFF\xC3", 3, true, 200});
+  carPlay.setCurrentPhone(0xFFFFFFFFFFFFFFFFU);
+  AapPublisher androidAuto;
+  androidAuto.initialise();
+  androidAuto.put(11, {"id\x80", "A\xFF\xC3", 5, 3, -1, 0xA1A2A3A4});
+
+  for (const auto& [source, segment] : {std::pair{"bt", BtPublisher::SEGMENT}, std::pair{"cp", CpPublisher::SEGMENT},
+                                        std::pair{"aap", AapPublisher::SEGMENT}}) {
+    const std::string before = table(segment);
+    const std::string dumped = Invocation({"dump", source, "--json"}).out();
+    EXPECT_THAT(dumped, HasSubstr("\"nameHex\": \"41ffc3\""));
+    EXPECT_EQ(publish({source}).exitCode(), 0);
+    EXPECT_NE(table(segment), before);
+
+    EXPECT_EQ(publish({source, "--file", fileOf(dumped)}).exitCode(), 0);
+
+    EXPECT_EQ(table(segment), before) << source;
+  }
+}
+
+TEST_F(AStandIn, RefusesBytesThatAreNoHexadecimal) {
+  expectRefused({"bt", "--file", fileOf(R"({"slots": [{"slot": 1, "id": 3, "nameHex": "4"}]})")}, "nameHex");
+  expectRefused({"bt", "--file", fileOf(R"({"slots": [{"slot": 1, "id": 3, "nameHex": "4x"}]})")}, "nameHex");
+  expectRefused({"bt", "--file", fileOf(R"({"slots": [{"slot": 1, "id": 3, "nameHex": "4100"}]})")}, "NUL");
+  expectRefused({"cp", "--file", fileOf(R"({"currentPhone": "-1", "slots": []})")}, "currentPhone");
+}
+
 TEST_F(AStandIn, ReadsNumbersAsScenariosDo) {
   EXPECT_EQ(publish({"bt", "--phone", "id=010"}).exitCode(), 0);
   EXPECT_EQ(BtPublisher().phones().at(0).id, 10);

@@ -84,6 +84,8 @@ bool set(bench::BtPhone& phone, const std::string& key, const std::string& text)
     phone.flag1 = numberOf<std::uint8_t>(key, text);
   } else if (key == "flag2") {
     phone.flag2 = numberOf<std::uint8_t>(key, text);
+  } else if (key == "header") {
+    phone.header = numberOf<std::uint32_t>(key, text);
   } else {
     return false;
   }
@@ -118,6 +120,8 @@ bool set(bench::AapPhone& phone, const std::string& key, const std::string& text
     phone.btid = numberOf<std::uint8_t>(key, text);
   } else if (key == "port") {
     phone.port = numberOf<std::int32_t>(key, text);
+  } else if (key == "header") {
+    phone.header = numberOf<std::uint32_t>(key, text);
   } else {
     return false;
   }
@@ -159,6 +163,29 @@ unsigned slotOf(const nlohmann::json& slot, unsigned slotCount) {
   return number.get<unsigned>();
 }
 
+std::string valueText(const nlohmann::json& value) {
+  return value.is_string() ? value.get<std::string>() : value.dump();
+}
+
+// What dump puts beside a text that is no UTF-8.
+constexpr std::string_view HEX = "Hex";
+
+bool isHex(const std::string& key) {
+  return key.size() > HEX.size() && key.compare(key.size() - HEX.size(), HEX.size(), HEX) == 0;
+}
+
+std::string bytesOf(const std::string& key, const std::string& digits) {
+  std::string bytes;
+  for (std::size_t at = 0; at < digits.size(); at += 2) {
+    const auto byte = unsignedNumber("0x" + digits.substr(at, 2));
+    if (!byte || digits.size() % 2 != 0) {
+      throw WrongInput(key + ": these are no bytes in hexadecimal");
+    }
+    bytes += static_cast<char>(*byte);
+  }
+  return bytes;
+}
+
 // The shape that dump --json has; other members of a slot are left alone.
 template <class Phone>
 std::map<unsigned, Phone> phonesIn(const nlohmann::json& table, unsigned slotCount) {
@@ -170,7 +197,11 @@ std::map<unsigned, Phone> phonesIn(const nlohmann::json& table, unsigned slotCou
     }
     Phone phone;
     for (const auto& [key, value] : slot.items()) {
-      set(phone, key, value.is_string() ? value.template get<std::string>() : value.dump());
+      if (isHex(key)) {
+        set(phone, key.substr(0, key.size() - HEX.size()), bytesOf(key, value.template get<std::string>()));
+      } else if (!slot.contains(key + std::string(HEX))) {
+        set(phone, key, valueText(value));
+      }
     }
     if (!phones.emplace(number, phone).second) {
       throw WrongInput("slot " + std::to_string(number) + " is given twice");
@@ -210,6 +241,10 @@ void readFile(const Options& options, unsigned slotCount, Content<Phone>& conten
     throw WrongInput(options.file + ": the table of " + whose->dump() + ", not of " + options.source);
   }
   content.phones = phonesIn<Phone>(table, slotCount);
+  const auto current = table.find("currentPhone");
+  if (current != table.end()) {
+    content.current = numberOf<std::uint64_t>("currentPhone", valueText(*current));
+  }
 }
 
 /// @throw WrongInput and others, before anything of the table is touched.
@@ -303,7 +338,9 @@ void addPublish(CLI::App& app, Action& action) {
       ->type_name("'KEY=VALUE ...'")
       ->expected(1)
       ->take_all();
-  app.add_option("--file", options->file, "a table as dump --json prints it, or the bytes of a segment");
+  app.add_option("--file", options->file,
+                 "a table as dump --json prints it, or the bytes of a segment; JSON has the phones alone, not what "
+                 "free slots hold");
   app.add_option("--current", options->current, "the identifier of the phone that CarPlay has connected")
       ->type_name("ID");
   app.add_flag("--keep", options->keeps, "begin with the table that is there instead of an empty one");
