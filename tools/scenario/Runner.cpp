@@ -351,7 +351,15 @@ void Runner::addPhone(const Command& command) {
 
 void Runner::changePhone(const Command& command) {
   const std::string& handle = command.operands.front().text;
-  override(mRoster.phone(handle), command);
+  Phone& own = mRoster.phone(handle);
+  for (const Source source : SOURCES) {  // before any of them is changed
+    if (const Roster::Listing* listing = mRoster.listing(source, handle)) {
+      Phone phone = listing->phone;
+      override(phone, command);
+      needIdentifier(source, handle, phone);
+    }
+  }
+  override(own, command);
   for (const Source source : SOURCES) {
     if (mRoster.listing(source, handle) != nullptr) {
       change(source, handle, command);
@@ -472,6 +480,7 @@ void Runner::crash(const Command& command) {
     throw ScenarioMistake(std::string(wordOf(source)) + " lists no phone that it could be writing; name one");
   }
   const Phone phone = listedOrOwn(source, *handle);
+  needIdentifier(source, *handle, phone);
   const Roster::Listing* const known = mRoster.listing(source, *handle);
   const Roster::Listing listing = known != nullptr ? *known : mRoster.list(source, *handle, phone);
   mBench.crash(source, moment, listing.slot, listing.phone);
@@ -515,7 +524,20 @@ void Runner::setSaved(const Command& command) {
   mBench.setSaved(numbers);
 }
 
+void Runner::needIdentifier(Source source, const std::string& handle, const Phone& phone) {
+  const bool isFree = source == Source::BT   ? phone.btid == BTID_NONE
+                      : source == Source::CP ? phone.cpId == 0
+                                             : phone.aapId.empty();
+  if (isFree) {
+    const char* const key = source == Source::BT ? "btid" : wordOf(source);
+    const char* const command = source == Source::BT ? "unpair" : "forget";
+    throw ScenarioMistake(std::string(wordOf(source)) + " lists a phone only with its " + key + "=; to take '" +
+                          handle + "' off: " + wordOf(source) + ' ' + command + ' ' + handle);
+  }
+}
+
 void Runner::publish(Source source, const std::string& handle, const Phone& phone) {
+  needIdentifier(source, handle, phone);
   Roster::Listing* const known = mRoster.listing(source, handle);
   Roster::Listing& listing = known != nullptr ? *known : mRoster.list(source, handle, phone);
   listing.phone = phone;

@@ -64,7 +64,7 @@ class Runner {
 
     /// The time, for those who test this.
     std::function<Clock::time_point()> now = Clock::now;
-    std::function<void(std::chrono::milliseconds)> sleep;  // empty: really
+    std::function<void(std::chrono::milliseconds)> sleep;  // empty: really; what it throws ends the run
   };
 
   /// Borrows the bench.
@@ -74,7 +74,7 @@ class Runner {
   /// @throw BenchTrouble
   void begin();
 
-  /// Executes one command. Nothing leaves this but std::bad_alloc and what `beforeEach` throws.
+  /// Executes one command. Nothing leaves this but std::bad_alloc and what `beforeEach` and `sleep` throw.
   Step execute(const Command& command);
 
   /// Begins, and executes the commands until one goes wrong.
@@ -105,6 +105,7 @@ class Runner {
   void setSaved(const Command& command);
 
   void publish(Source source, const std::string& handle, const Phone& phone);
+  static void needIdentifier(Source source, const std::string& handle, const Phone& phone);
   Phone listedOrOwn(Source source, const std::string& handle);
   std::uint32_t seedOf(const Command& command) const;
   void wait(std::chrono::milliseconds duration) const;

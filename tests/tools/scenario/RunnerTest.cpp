@@ -249,6 +249,34 @@ TEST_F(AScenario, SaysWhatCannotBe) {
   }
 }
 
+// A slot without its identifier is free: the roster would go on listing a phone that no client can see.
+TEST_F(AScenario, KeepsTheIdentifiersOfListedPhones) {
+  const std::vector<std::pair<std::string, std::string>> mistakes = {
+      {"phone add a ; bt pair a ; phone change a btid=none", "bt lists a phone only with its btid="},
+      {"phone add a ; bt pair a ; bt change a btid=none", "to take 'a' off: bt unpair a"},
+      {"phone add a ; aap plug a ; phone change a aap=\"\"", "aap lists a phone only with its aap="},
+      {"phone add a ; aap plug a ; aap change a aap=\"\"", "to take 'a' off: aap forget a"},
+      {"phone add a aap=\"\" ; aap known a", "aap lists a phone only with its aap="},
+      {"phone add a aap=\"\" ; aap crash a while=half", "aap lists a phone only with its aap="},
+  };
+  for (const auto& [text, why] : mistakes) {
+    const RunResult result = run(text);
+
+    EXPECT_EQ(result.exitCode(), 2) << text;
+    EXPECT_THAT(result.report(), HasSubstr(why)) << text;
+  }
+}
+
+TEST_F(AScenario, ChangesNoSourceWhereOneCannotFollow) {
+  mBench.take();
+  const RunResult result = run("phone add a name=A ; bt pair a ; aap plug a ; phone change a name=B aap=\"\"");
+
+  EXPECT_EQ(result.exitCode(), 2);
+  for (const std::string& note : mBench.take()) {
+    EXPECT_THAT(note, testing::Not(HasSubstr("B")));
+  }
+}
+
 TEST_F(AScenario, SaysWhenATableIsFull) {
   std::string text;
   for (int i = 0; i < 11; ++i) {
