@@ -12,6 +12,8 @@ namespace idl::tools::scenario {
 
 namespace {
 
+constexpr std::string_view BYTE_ORDER_MARK = "\xEF\xBB\xBF";  // some editors begin a UTF-8 file with it
+
 bool isBlank(char character) { return character == ' ' || character == '\t' || character == '\r'; }
 
 bool endsWord(char character) { return isBlank(character) || character == ';' || character == '#' || character == '"'; }
@@ -34,12 +36,16 @@ class LineLexer {
   }
 
  private:
-  Position positionAt(std::size_t at) const {
-    Position position = {mNumber, 1};
-    for (std::size_t i = 0; i < at && i < mLine.size(); i += utf8At(mLine, i).length) {
-      ++position.column;
+  // Goes on counting where it last stood: a line may be long, and its places are asked for from left to right.
+  Position positionAt(std::size_t at) {
+    if (at < mCountedTo) {
+      mCountedTo = 0;
+      mColumn = 1;
     }
-    return position;
+    for (; mCountedTo < at && mCountedTo < mLine.size(); mCountedTo += utf8At(mLine, mCountedTo).length) {
+      ++mColumn;
+    }
+    return {mNumber, mColumn};
   }
 
   bool fail(std::size_t at, std::string why) {
@@ -137,6 +143,8 @@ class LineLexer {
   const std::string_view mLine;
   const unsigned mNumber;
   std::size_t mAt = 0;
+  std::size_t mCountedTo = 0;
+  unsigned mColumn = 1;  // there
   std::size_t mMistakeAt = 0;
   std::string mMistake;
 };
@@ -150,6 +158,9 @@ std::string mistakeText(const Mistake& mistake) {
 
 Lexing lex(const std::string& file, std::string_view text) {
   Lexing result;
+  if (text.substr(0, BYTE_ORDER_MARK.size()) == BYTE_ORDER_MARK) {
+    text.remove_prefix(BYTE_ORDER_MARK.size());
+  }
   unsigned number = 1;
   for (std::size_t begin = 0; begin < text.size(); ++number) {
     const std::size_t end = std::min(text.find('\n', begin), text.size());

@@ -86,6 +86,29 @@ TEST(AStatement, KnowsWhereItStands) {
   EXPECT_EQ(second.text, "\"\xc3\xa9\xc3\xa9\" name=\"x\"");
 }
 
+TEST(AScenariosText, MayBeginWithAByteOrderMark) {
+  const Lexing lexing = lex("", "\xEF\xBB\xBFwait 1s\n\xEF\xBB\xBFwait 1s");
+
+  EXPECT_THAT(told(lexing), ElementsAre("wait|1s", "\xEF\xBB\xBFwait|1s"));
+  EXPECT_EQ(lexing.statements.at(0).position.column, 1U);
+  EXPECT_EQ(lexing.statements.at(0).text, "wait 1s");
+}
+
+// Counting from the line's beginning for each word would take minutes here.
+TEST(AScenariosText, MayHaveAVeryLongLine) {
+  constexpr unsigned COUNT = 500000;
+  std::string text;
+  for (unsigned i = 0; i < COUNT; ++i) {
+    text += "\xc3\xa9=b ";
+  }
+
+  const Lexing lexing = lex("", text);
+
+  ASSERT_EQ(lexing.statements.size(), 1U);
+  EXPECT_EQ(lexing.statements.at(0).tokens.size(), COUNT);
+  EXPECT_EQ(lexing.statements.at(0).tokens.back().position.column, 4 * (COUNT - 1) + 1);
+}
+
 TEST(ABadScenario, IsToldWithItsPlaces) {
   EXPECT_THAT(mistakes("wait 1s\nphone \"anna"), ElementsAre("file:2:7: the text is not ended by a double quote"));
   EXPECT_THAT(mistakes("a b\"c\""), ElementsAre("file:1:4: a blank is missing before the quoted text"));
