@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 
 #include "IntegratedDeviceList/LmSIntegratedDeviceList.h"
@@ -157,6 +158,21 @@ TEST_F(Idlctl, WaitsForASourceToComeAndGo) {
   EXPECT_EQ(Invocation({"wait", "--source", "bt", "--state", "present", "--timeout", "1ms"}).exitCode(), 124);
   BtPublisher().initialise();
   EXPECT_EQ(Invocation({"wait", "--source", "bt", "--state", "present", "--timeout", "1ms"}).exitCode(), 0);
+}
+
+TEST_F(Idlctl, WaitsForNoCountBelowNone) {
+  EXPECT_EQ(Invocation({"wait", "--count", "-1", "--timeout", "1ms"}).exitCode(), 2);
+  EXPECT_EQ(Invocation({"wait", "--count", "1.5", "--timeout", "1ms"}).exitCode(), 2);
+}
+
+TEST_F(Idlctl, SaysOnceOfWhichTablesItCannotKnow) {
+  std::filesystem::create_directory("/dev/shm/BtPairedDeviceList");
+
+  const Invocation wait({"wait", "--count", "1", "--timeout", "200ms"});
+
+  EXPECT_EQ(wait.exitCode(), 124);
+  EXPECT_THAT(wait.err(), HasSubstr("bt (BtPairedDeviceList): "));
+  EXPECT_EQ(wait.err().find("bt (Bt"), wait.err().rfind("bt (Bt"));
 }
 
 TEST_F(Idlctl, WatchesWhatHappens) {

@@ -70,6 +70,7 @@ int run(const Options& options, const Streams& streams) {
   const Stopping stopping;
   const Deadline deadline(options.timeout);
   LiveList list(options.saveFolder);
+  saySources(list.unit(), streams.err);
   for (;;) {
     if (holds(list, options)) {
       return tell(true, list, options, streams);
@@ -96,8 +97,8 @@ void addWait(CLI::App& app, Action& action) {
       app.add_option("--btid", options->btid, "a phone has that Bluetooth id")->check(CLI::Range(0, 255));
   CLI::Option* type = app.add_option("--type", options->type, "a phone's header is that source's")
                           ->check(CLI::IsMember({"bt", "cp", "aap"}));
-  CLI::Option* count =
-      app.add_option("--count", options->count, "so many phones are listed of which the above is true");
+  CLI::Option* count = app.add_option("--count", options->count, "so many phones are listed of which the above is true")
+                           ->check(CLI::NonNegativeNumber);
   CLI::Option* source =
       app.add_option("--source", options->source, "a table")->check(CLI::IsMember({"bt", "cp", "aap"}));
   CLI::Option* state = app.add_option("--state", options->state, "what it has to be")

@@ -111,6 +111,8 @@ class EachExitCode(unittest.TestCase):
         self.expectUsage("wait", "--source", "bt")
         self.expectUsage("wait", "--state", "absent")
         self.expectUsage("wait", "--btid", "256")
+        self.expectUsage("wait", "--count", "-1", "--timeout", "1ms")
+        self.expectUsage("wait", "--count", "x", "--timeout", "1ms")
         self.expectUsage("wait", "--source", "usb", "--state", "absent")
         self.expectWhenStopped(1, signal.SIGTERM, "wait", "--count", "9")
         self.expectAll("wait")
