@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <optional>
 
 #include "tools/idlctl/PrivateBench.h"
 #include "tools/text/Escape.h"
@@ -30,6 +31,41 @@ constexpr char FOOTER[] =
     "3 cannot open, 4 damaged, 124 timed out.\n"
     "list, watch, wait, dump and doctor change nothing on the unit. --private=NAME may stand before or after a "
     "command.";
+
+const CLI::Option* optionCalled(const std::string& name, const CLI::App& command, const CLI::App& app) {
+  const CLI::Option* const own = command.get_option_no_throw(name);
+  return own != nullptr ? own : app.get_option_no_throw(name);
+}
+
+// The parser itself only misses a command where a word is none.
+std::optional<std::string> unknownCommand(const CLI::App& app, const std::vector<std::string>& arguments) {
+  const CLI::App* at = &app;
+  for (std::size_t i = 0; i < arguments.size() && arguments[i] != "--"; ++i) {
+    const std::string& word = arguments[i];
+    if (word.size() > 1 && word.front() == '-') {
+      const CLI::Option* const option = optionCalled(word, *at, app);
+      if (option != nullptr && option->get_items_expected_min() > 0) {
+        ++i;
+      }
+      continue;
+    }
+    std::vector<std::string> names;
+    const CLI::App* next = nullptr;
+    for (const CLI::App* command :
+         at->get_subcommands([](const CLI::App* candidate) { return !candidate->get_name().empty(); })) {
+      names.push_back(command->get_name());
+      next = command->get_name() == word ? command : next;
+    }
+    if (names.empty()) {
+      return std::nullopt;
+    }
+    if (next == nullptr) {
+      return unknownWord("command", word, names);
+    }
+    at = next;
+  }
+  return std::nullopt;
+}
 
 }  // namespace
 
@@ -71,7 +107,7 @@ int idlctl(const std::vector<std::string>& arguments, const Streams& streams) {
     streams.out << version.what() << '\n';
     return EXIT_YES;
   } catch (const CLI::ParseError& error) {
-    streams.err << "idlctl: " << printable(error.what()) << '\n';
+    streams.err << "idlctl: " << unknownCommand(app, arguments).value_or(printable(error.what())) << '\n';
     return EXIT_USAGE;
   }
   try {
