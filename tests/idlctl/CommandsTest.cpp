@@ -23,6 +23,7 @@ using idl::bench::BtPublisher;
 using idl::bench::CpPublisher;
 using idl::bench::FuncInfoPublisher;
 using testing::Contains;
+using testing::ContainsRegex;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
@@ -355,13 +356,19 @@ TEST_F(Idlctl, TellsTheDoctorWhatOnlyAllTablesTogetherShow) {
   EXPECT_THAT(found, Not(Contains("bt-not-written")));
 }
 
+// What bash and zsh make of this the tests of the installed program show.
 TEST_F(Idlctl, CompletesItsOwnArguments) {
   for (const char* shell : {"bash", "zsh"}) {
     const Invocation completion({"completion", shell});
 
     EXPECT_EQ(completion.exitCode(), 0);
-    EXPECT_THAT(completion.out(), HasSubstr("'suffixes forget') words='"));
-    EXPECT_THAT(completion.out(), HasSubstr("--explain"));
+    EXPECT_THAT(completion.out(), HasSubstr("'suffixes forget') place='suffixes forget' ;;"));
+    EXPECT_THAT(completion.out(), ContainsRegex("'in list'\\) offers='.*--explain.*--private"));
+    EXPECT_THAT(completion.out(), ContainsRegex("'in suffixes forget'\\) offers='.*--btid.*--all"));
+    EXPECT_THAT(completion.out(), HasSubstr("'wait --source') option='wait --source' ;;"));
+    EXPECT_THAT(completion.out(), HasSubstr("'wait --source') offers='bt cp aap' ;;"));
+    EXPECT_THAT(completion.out(), ContainsRegex("'in dump'\\) offers='.*bt cp aap funcinfo"));
+    EXPECT_THAT(completion.out(), ContainsRegex("'in completion'\\) offers='.*bash zsh"));
   }
 }
 
