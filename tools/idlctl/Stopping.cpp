@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 
 namespace idl::tools {
@@ -38,6 +39,13 @@ Stopping::~Stopping() {
 bool Stopping::within(std::chrono::milliseconds duration) const {
   pollfd entry = {gSignals, POLLIN, 0};
   return poll(&entry, 1, static_cast<int>(duration.count())) > 0;
+}
+
+bool Stopping::beforeInput(int descriptor) const {
+  pollfd entries[] = {{gSignals, POLLIN, 0}, {descriptor, POLLIN, 0}};
+  while (poll(entries, 2, -1) < 0 && errno == EINTR) {
+  }
+  return entries[0].revents != 0;
 }
 
 std::chrono::milliseconds Deadline::atMost(std::chrono::milliseconds pause) const {

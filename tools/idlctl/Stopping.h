@@ -19,6 +19,10 @@ class Stopping {
   /// Waits for a signal.
   /// @return whether one has come; false after `duration`
   bool within(std::chrono::milliseconds duration) const;
+
+  /// Waits for a signal, or for something to read at `descriptor`, its end included.
+  /// @return whether a signal has come
+  bool beforeInput(int descriptor) const;
 };
 
 /// When a command has to be done; never, when nobody said.

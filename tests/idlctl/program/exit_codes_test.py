@@ -13,10 +13,12 @@ import pathlib
 import re
 import shutil
 import signal
+import subprocess
 import sys
 import tempfile
 import time
 import unittest
+import unittest.mock
 
 import unit
 
@@ -179,11 +181,42 @@ class EachExitCode(unittest.TestCase):
         story.write_text("expect list count=1\n", encoding="utf-8")
         self.expect(1, "run", str(story))
         story.write_text("phne add anna\n", encoding="utf-8")
-        self.assertIn(b"phone", self.expect(2, "run", str(story)).stderr)
+        self.assertIn(b"did you mean 'phone'", self.expect(2, "run", str(story)).stderr)
         self.expect(3, "run", "/nowhere/at-all.scn")
         self.expectUsage("run")
         self.expectUsage("run", str(story), "--speed", "0")
+        self.expectUsage("run", "-", "--step")
         self.expectAll("run")
+
+    def test_ARunThatIsStoppedLeavesNoFolder(self):
+        folder = pathlib.Path(tempfile.mkdtemp(dir=unit.SHARED_MEMORY))
+        self.addCleanup(shutil.rmtree, folder)
+        story = folder / "story.scn"
+        story.write_text("wait 1h\n", encoding="utf-8")
+        for arguments in ((), ("--step",)):
+            for number in (signal.SIGINT, signal.SIGTERM):
+                silent, _ = pipe = os.pipe()
+                with unittest.mock.patch.dict(os.environ, TMPDIR=str(folder)):
+                    process = self.idlctl.start("run", str(story), *arguments, stdin=silent)
+                self.addCleanup(process.stdout.close)
+                self.addCleanup(process.stderr.close)
+                self.addCleanup(process.kill)
+                deadline = time.monotonic() + unit.WATCHDOG
+                while not list(folder.glob("idl-scenario-*")):
+                    self.assertLess(time.monotonic(), deadline)
+                process.send_signal(number)
+                self.assertEqual(process.wait(unit.WATCHDOG), 1, arguments)
+                self.assertEqual(list(folder.glob("idl-scenario-*")), [], arguments)
+                for descriptor in pipe:
+                    os.close(descriptor)
+
+    def test_ARunIsSteppedByEnter(self):
+        story = unit.SHARED_MEMORY / "story.scn"
+        story.write_text("wait 0ms ; wait 1ms\n", encoding="utf-8")
+        process = self.idlctl.start("run", str(story), "--step", stdin=subprocess.PIPE)
+        self.addCleanup(process.kill)
+        _, told = process.communicate(b"\n\n", unit.WATCHDOG)
+        self.assertEqual((process.returncode, told), (0, b"1: wait 0ms [Enter] 1: wait 1ms [Enter] "))
 
     def test_SuffixesShow(self):
         self.expectWithJson(0, "suffixes", "show")
