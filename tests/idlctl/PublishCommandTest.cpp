@@ -29,7 +29,7 @@ class AStandIn : public testing::Test {
   static std::string table(const std::string& segment) { return contentOf("/dev/shm/" + segment); }
 
   std::string fileOf(const std::string& content) const {
-    const std::string path = mFolder.path() / "input";
+    std::string path = mFolder.path() / "input";
     std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
     return path;
   }

@@ -17,7 +17,7 @@ using testing::HasSubstr;
 class ARun : public testing::Test {
  protected:
   std::string fileOf(const std::string& name, const std::string& content) const {
-    const std::string path = mFolder.path() / name;
+    std::string path = mFolder.path() / name;
     std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
     return path;
   }

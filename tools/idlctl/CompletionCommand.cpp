@@ -69,6 +69,13 @@ std::vector<std::string> valuesOf(const CLI::Option& option) {
   return values;
 }
 
+std::string behind(const std::string& place, const std::string& name) {
+  std::string whole = place;
+  whole += ' ';
+  whole += name;
+  return whole;
+}
+
 // What the shell's cases are made of. A place is the words of a command, as "suffixes forget"; the first one is empty.
 struct Cases {
   std::ostringstream steps;   // from a place by a word to the next one, or to an option that takes the word behind it
@@ -84,7 +91,7 @@ void addCases(const CLI::App& app, const std::string& place, std::vector<const C
   for (const CLI::App* command : commandsOf(app)) {
     const std::string& name = command->get_name();
     words.push_back(name);
-    const std::string next = place.empty() ? name : place + ' ' + name;
+    const std::string next = place.empty() ? name : behind(place, name);
     cases.steps << "      '" << place << ' ' << name << "') place='" << next << "' ;;\n";
   }
   for (const CLI::Option* option : options) {
@@ -95,7 +102,7 @@ void addCases(const CLI::App& app, const std::string& place, std::vector<const C
       words.insert(words.end(), values.begin(), values.end());
     } else if (takesValue(*option)) {
       for (const std::string& name : names) {
-        const std::string here = place + ' ' + name;
+        const std::string here = behind(place, name);
         cases.steps << "      '" << here << "') option='" << here << "' ;;\n";
         cases.values << "    '" << here << "') offers='" << joined(values) << "' ;;\n";
       }
@@ -107,7 +114,7 @@ void addCases(const CLI::App& app, const std::string& place, std::vector<const C
                  [](const CLI::Option* option) { return takesValue(*option); });
   }
   for (const CLI::App* command : commandsOf(app)) {
-    addCases(*command, place.empty() ? command->get_name() : place + ' ' + command->get_name(), everywhere, cases);
+    addCases(*command, place.empty() ? command->get_name() : behind(place, command->get_name()), everywhere, cases);
   }
 }
 
