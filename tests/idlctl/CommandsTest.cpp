@@ -67,7 +67,7 @@ TEST_F(Idlctl, SaysWhichCommandMayHaveBeenMeant) {
   EXPECT_EQ(Invocation({"lst"}).err(), "idlctl: unknown command 'lst', did you mean 'list'?\n");
   EXPECT_EQ(Invocation({"--private", "lab", "wach", "-n", "1"}).err(),
             "idlctl: unknown command 'wach', did you mean 'watch'?\n");
-  EXPECT_EQ(Invocation({"suffixes", "chek"}).err(), "idlctl: unknown command 'chek', did you mean 'check'?\n");
+  EXPECT_EQ(Invocation({"suffixes", "shw"}).err(), "idlctl: unknown command 'shw', did you mean 'show'?\n");
   EXPECT_EQ(Invocation({"\x1b[2J"}).err(), "idlctl: unknown command '\\x1b[2J'\n");
   EXPECT_THAT(Invocation({"suffixes"}).err(), HasSubstr("subcommand is required"));
   EXPECT_THAT(Invocation({"dump", "bt", "--as", "lst"}).err(), Not(HasSubstr("unknown command")));
