@@ -2,10 +2,12 @@
 #ifndef TOOLS_IDLCTL_COMMAND_H
 #define TOOLS_IDLCTL_COMMAND_H
 
-#include <CLI/CLI.hpp>
 #include <functional>
-#include <memory>
 #include <ostream>
+
+namespace CLI {
+class App;
+}
 
 namespace idl::tools {
 
@@ -46,14 +48,6 @@ void addSuffixes(CLI::App& app, Action& action);
 void addDoctor(CLI::App& app, Action& action);
 void addExec(CLI::App& app, Action& action);
 void addCompletion(CLI::App& app, Action& action);
-
-/// Has `run(options, streams)` done when `app` is chosen.
-template <class Options>
-void onChosen(CLI::App& app, Action& action, const std::shared_ptr<Options>& options,
-              int (*run)(const Options&, const Streams&)) {
-  app.callback(
-      [&action, options, run] { action = [options, run](const Streams& streams) { return run(*options, streams); }; });
-}
 
 }  // namespace idl::tools
 

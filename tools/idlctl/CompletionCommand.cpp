@@ -4,7 +4,7 @@
 #include <memory>
 #include <sstream>
 
-#include "tools/idlctl/Command.h"
+#include "tools/idlctl/CommandLine.h"
 #include "tools/idlctl/Idlctl.h"
 
 namespace idl::tools {

@@ -3,7 +3,7 @@
 #include <memory>
 #include <sstream>
 
-#include "tools/idlctl/Command.h"
+#include "tools/idlctl/CommandLine.h"
 #include "tools/idlctl/FindingOutput.h"
 #include "tools/idlctl/Owner.h"
 #include "tools/idlctl/PhoneOutput.h"

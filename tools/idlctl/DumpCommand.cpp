@@ -3,7 +3,7 @@
 #include <iomanip>
 #include <memory>
 
-#include "tools/idlctl/Command.h"
+#include "tools/idlctl/CommandLine.h"
 #include "tools/idlctl/FindingOutput.h"
 #include "tools/idlctl/PhoneOutput.h"
 #include "tools/inspect/TableDump.h"

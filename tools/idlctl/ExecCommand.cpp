@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "tools/idlctl/Command.h"
+#include "tools/idlctl/CommandLine.h"
 #include "tools/text/Escape.h"
 
 namespace idl::tools {

@@ -5,6 +5,7 @@
 #include <exception>
 #include <optional>
 
+#include "tools/idlctl/CommandLine.h"
 #include "tools/idlctl/PrivateBench.h"
 #include "tools/text/Escape.h"
 #include "tools/text/NearestWord.h"

@@ -3,7 +3,7 @@
 
 #include "FixedText.h"
 #include "IntegratedDeviceList/idl.h"
-#include "tools/idlctl/Command.h"
+#include "tools/idlctl/CommandLine.h"
 #include "tools/idlctl/PhoneOutput.h"
 #include "tools/text/Escape.h"
 #include "tools/text/JsonText.h"

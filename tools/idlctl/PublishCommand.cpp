@@ -10,7 +10,7 @@
 #include "simulator/BtPublisher.h"
 #include "simulator/CpPublisher.h"
 #include "simulator/TableClaim.h"
-#include "tools/idlctl/Command.h"
+#include "tools/idlctl/CommandLine.h"
 #include "tools/idlctl/DurationOption.h"
 #include "tools/idlctl/InputFile.h"
 #include "tools/idlctl/Stopping.h"

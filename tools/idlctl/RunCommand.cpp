@@ -7,7 +7,7 @@
 #include <memory>
 #include <stdexcept>
 
-#include "tools/idlctl/Command.h"
+#include "tools/idlctl/CommandLine.h"
 #include "tools/idlctl/InputFile.h"
 #include "tools/idlctl/PrivateBench.h"
 #include "tools/idlctl/Stopping.h"

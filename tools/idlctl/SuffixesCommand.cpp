@@ -11,7 +11,7 @@
 #include "LmFramework/SaveFileAccessFactory.h"
 #include "SuffixProvider.h"
 #include "SuffixRecord.h"
-#include "tools/idlctl/Command.h"
+#include "tools/idlctl/CommandLine.h"
 #include "tools/idlctl/FindingOutput.h"
 #include "tools/idlctl/PhoneOutput.h"
 #include "tools/text/Escape.h"
