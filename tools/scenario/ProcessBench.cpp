@@ -79,7 +79,7 @@ ProcessBench::ProcessBench(const std::string& saveFolder) : mSaveFolder(saveFold
   if (error) {
     throw BenchTrouble(mSaveFolder + ": " + error.message());
   }
-  forgetSaved();
+  ProcessBench::forgetSaved();  // no derived class is there yet
 }
 
 ProcessBench::~ProcessBench() {
