@@ -205,6 +205,7 @@ TEST_P(Inspections, ChangeNothing) {
 }
 
 TEST_P(Inspections, ChangeNothingAsAUserWhoMayOnlyRead) {
+  // The tables are this process's own: who may only read them has to be another user, and only root can become one.
   if (geteuid() != 0) {
     GTEST_SKIP() << "another user can be had by root alone";
   }
@@ -298,6 +299,7 @@ TEST_F(AnInspector, ReadsUnderTheLockWhereItMay) {
 }
 
 TEST_F(AnInspector, SeesTheSameListAsAUserWhoMayOnlyRead) {
+  // The tables are this process's own: who may only read them has to be another user, and only root can become one.
   if (geteuid() != 0) {
     GTEST_SKIP() << "another user can be had by root alone";
   }
@@ -366,6 +368,7 @@ TEST_F(AnInspector, TakesAPipeInATablesPlaceForAnEmptySource) {
 }
 
 TEST_F(AnInspector, CannotOpenWhatItMayNotRead) {
+  // A table's owner may read it, or give itself the right to: this takes two users.
   if (geteuid() != 0) {
     GTEST_SKIP() << "root makes a table that another user may not read";
   }

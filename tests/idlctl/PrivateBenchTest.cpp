@@ -142,6 +142,7 @@ TEST_F(APrivateBench, NeedsNoRoot) {
                        ends({ENTERED, "doctor"}, 1, "AapDeviceList") && systemsIsEmpty();
     return isMet ? 0 : 1;
   });
+  // Many containers forbid it; what a bench says there is the next test's.
   if (end == 77) {
     GTEST_SKIP() << "this kernel lets only root have namespaces";
   }
@@ -156,6 +157,8 @@ bool write(const std::string& file, const std::string& text) {
 }
 
 TEST_F(APrivateBench, IsRefusedWhereTheKernelForbidsIt) {
+  // It is forbidden in a user namespace that has all users, so that one without rights can ask; mapping them takes
+  // root.
   if (geteuid() != 0 || !mayHaveNamespaces()) {
     GTEST_SKIP() << "only root can forbid it for a test";
   }
