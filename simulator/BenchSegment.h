@@ -76,6 +76,16 @@ class BenchSegment {
     write(DATA_OFFSET, &payload, sizeof(payload));
   }
 
+  /// Makes the object `size` bytes long and its first ones those of `image`, which may be fewer: nobody who takes the
+  /// lock sees a part of it. @throw std::runtime_error, also when it has vanished.
+  void replaceImage(const std::string& image, std::size_t size) const {
+    const LmSyncGuard guard(mLock);
+    resizeObject(mName, size);
+    if (!image.empty()) {
+      write(0, image.data(), image.size());
+    }
+  }
+
   /// Cuts or lengthens the object, under the lock. @throw std::runtime_error, also when it has vanished.
   void resize(std::size_t size) const {
     const LmSyncGuard guard(mLock);

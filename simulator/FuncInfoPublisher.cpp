@@ -34,6 +34,8 @@ void FuncInfoPublisher::crash() {
 
 void FuncInfoPublisher::writeGarbage(std::uint32_t seed) { mSegment.writeGarbage(seed); }
 
+void FuncInfoPublisher::replaceImage(const std::string& image, std::size_t size) { mSegment.replaceImage(image, size); }
+
 void FuncInfoPublisher::vanish() { mSegment.vanish(); }
 
 void FuncInfoPublisher::comeBack() { mSegment.comeBack({}); }

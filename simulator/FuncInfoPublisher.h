@@ -29,6 +29,9 @@ class FuncInfoPublisher {
   /// Fills the payload with bytes by chance, the same ones for the same seed.
   void writeGarbage(std::uint32_t seed);
 
+  /// Makes the object `size` bytes long and its first ones, from the size word on, those of `image`, all at once.
+  void replaceImage(const std::string& image, std::size_t size);
+
   /// Removes the object. Who is attached, this publisher too, goes on with the one that has no name any more.
   void vanish();
 

@@ -158,6 +158,18 @@ void SlotPublisher<Format>::crash(CrashPoint point, unsigned slot, const Phone& 
 }
 
 template <class Format>
+void SlotPublisher<Format>::putUntold(unsigned slot, const Phone& phone) {
+  write(slot, Format::slotOf(phone));
+}
+
+template <class Format>
+std::uint32_t SlotPublisher<Format>::putUnlocked(unsigned slot, const Phone& phone) {
+  const Slot image = Format::slotOf(phone);
+  mSegment.write(offsetOf(slot), &image, SLOT_SIZE);
+  return tell();
+}
+
+template <class Format>
 std::uint32_t SlotPublisher<Format>::writeGarbage(std::uint32_t seed) {
   mSegment.writeGarbage(seed);
   return tell();
@@ -169,6 +181,12 @@ std::uint32_t SlotPublisher<Format>::writeRaw(std::size_t offset, const std::str
     const LmSyncGuard guard(mSegment.lock());
     mSegment.write(offset, bytes.data(), bytes.size());
   }
+  return tell();
+}
+
+template <class Format>
+std::uint32_t SlotPublisher<Format>::replaceImage(const std::string& image, std::size_t size) {
+  mSegment.replaceImage(image, size);
   return tell();
 }
 

@@ -89,12 +89,20 @@ class SlotPublisher {
   /// Puts the phone, and on the way dies by SIGKILL.
   [[noreturn]] void crash(CrashPoint point, unsigned slot, const Phone& phone);
 
+  /// Faults of a service: the phone is written without a word to anybody, or without the lock.
+  void putUntold(unsigned slot, const Phone& phone);
+  std::uint32_t putUnlocked(unsigned slot, const Phone& phone);
+
   /// Fills the payload with bytes by chance, the same ones for the same seed.
   std::uint32_t writeGarbage(std::uint32_t seed);
 
   /// Writes bytes at `offset` from the start of the segment, the size word included.
   /// @throw std::runtime_error, and nothing happens, when they go beyond its end.
   std::uint32_t writeRaw(std::size_t offset, const std::string& bytes);
+
+  /// Makes the object `size` bytes long and its first ones, from the size word on, those of `image`, all at once.
+  /// @throw std::runtime_error when `image` is longer than that, or there is no object.
+  std::uint32_t replaceImage(const std::string& image, std::size_t size);
 
   /// Removes the object, as when the service is taken out of the unit. Tells nobody. Who is attached, this publisher
   /// too, goes on with the object that has no name any more.

@@ -435,6 +435,8 @@ TYPED_TEST(AStandIn, WritesUnderTheLock) {
   EXPECT_TRUE(this->takesItsLock([&] { table.writeGarbage(1); }));
   EXPECT_TRUE(this->takesItsLock([&] { table.writeRaw(4, "x"); }));
   EXPECT_TRUE(this->takesItsLock([&] { table.resize(TypeParam::SIZE); }));
+  EXPECT_TRUE(this->takesItsLock([&] { table.replaceImage("x", TypeParam::SIZE); }));
+  EXPECT_TRUE(this->takesItsLock([&] { table.putUntold(0, this->phone("Phone", 3)); }));
   EXPECT_TRUE(this->takesItsLock([&] { table.comeBack(); }));
 }
 
@@ -571,6 +573,26 @@ TYPED_TEST(AStandIn, WritesBytesAnywhere) {
   expected.replace(0, 2, "\x01\x02");
   expected.replace(TypeParam::SIZE - 3, 3, "end");
   EXPECT_EQ(this->table(), expected);
+}
+
+TYPED_TEST(AStandIn, BecomesAWholeImage) {
+  this->publisher.replaceImage(std::string(TypeParam::SIZE, 'x'), TypeParam::SIZE + 3);
+  EXPECT_EQ(this->table(), std::string(TypeParam::SIZE, 'x') + std::string(3, '\0'));
+
+  this->publisher.replaceImage("short", 5);
+
+  EXPECT_EQ(this->table(), "short");
+}
+
+TYPED_TEST(AStandIn, MayTellNobodyOrTakeNoLock) {
+  Heard heard(TypeParam::NOTIFICATION);
+
+  this->publisher.putUntold(0, this->phone("Phone", 3));
+  EXPECT_FALSE(this->takesItsLock([this] { this->publisher.putUnlocked(1, this->phone("Other", 4)); }));
+
+  EXPECT_THAT(heard.soFar(), ElementsAre(1));
+  EXPECT_EQ(this->publisher.find("Phone"), 0U);
+  EXPECT_EQ(this->publisher.find("Other"), 1U);
 }
 
 TYPED_TEST(AStandIn, WritesNoBytesBehindItsEnd) {
