@@ -22,28 +22,9 @@ struct Options {
   bool isJson = false;
 };
 
-std::string numberText(const DumpedField& field) {
-  return field.isSigned ? std::to_string(static_cast<std::int64_t>(field.number)) : std::to_string(field.number);
-}
-
 std::string valueText(const DumpedField& field) {
   return field.kind == DumpedField::Kind::TEXT ? quotedText(field.text) + (field.hasEnd ? "" : " (without an end)")
                                                : numberText(field);
-}
-
-void put(nlohmann::json& object, const DumpedField& field) {
-  if (field.kind == DumpedField::Kind::TEXT) {
-    setText(object, field.name, field.text);
-    if (!field.hasEnd) {
-      object[std::string(field.name) + "HasNoEnd"] = true;
-    }
-  } else if (field.kind == DumpedField::Kind::LONG_NUMBER) {
-    object[field.name] = numberText(field);
-  } else if (field.isSigned) {
-    object[field.name] = static_cast<std::int64_t>(field.number);
-  } else {
-    object[field.name] = field.number;
-  }
 }
 
 nlohmann::json asJson(const Source& source, const TableCopy& copy, const TableDump& dump) {
@@ -53,17 +34,11 @@ nlohmann::json asJson(const Source& source, const TableCopy& copy, const TableDu
   object["segment"] = source.segment;
   object["size"] = decimal(copy.objectSize);
   for (const DumpedField& field : dump.head) {
-    put(object, field);
+    setField(object, field);
   }
   object["slots"] = nlohmann::json::array();
   for (const DumpedSlot& slot : dump.slots) {
-    nlohmann::json fields;
-    fields["slot"] = slot.slot;
-    fields["occupied"] = slot.isOccupied;
-    for (const DumpedField& field : slot.fields) {
-      put(fields, field);
-    }
-    object["slots"].push_back(fields);
+    object["slots"].push_back(jsonOf(slot));
   }
   return object;
 }

@@ -20,32 +20,7 @@ std::string orNothing(bool isThere, std::string text) { return isThere ? std::mo
 
 }  // namespace
 
-nlohmann::json jsonOf(const DeviceInfo& phone) {
-  nlohmann::json object;
-  object["type"] = sourceOf(phone.type).word;
-  setText(object, "name", phone.name);
-  object["btid"] = phone.btid;
-  object["port"] = phone.port;
-  object["session"] = phone.session;
-  object["cpDeviceId"] = decimal(phone.cpDeviceId);
-  setText(object, "aapId", phone.aapId);
-  object["suffix"] = phone.suffix;
-  return object;
-}
-
-const char* stateText(const TableCopy& copy) {
-  switch (copy.state) {
-    case TableCopy::State::ABSENT:
-      return "absent";
-    case TableCopy::State::UNREADABLE:
-      return "unreadable";
-    case TableCopy::State::NOT_A_TABLE:
-      return "not a table";
-    case TableCopy::State::READ:
-      break;
-  }
-  return "present";
-}
+const char* stateText(const TableCopy& copy) { return stateText(copy.state); }
 
 nlohmann::json jsonOf(const TableCopy& copy) {
   nlohmann::json object;

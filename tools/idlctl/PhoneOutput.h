@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/inspect/RecordJson.h"
 #include "tools/inspect/Unit.h"
 #include "tools/text/TextTable.h"
 
@@ -13,9 +14,6 @@ namespace idl::tools {
 
 /// The version of everything that `--json` prints.
 constexpr int JSON_SCHEMA = 1;
-
-/// A phone as JSON: the header's fields under the records' own names.
-nlohmann::json jsonOf(const LmSIntegratedDeviceListDef::DeviceInfo& phone);
 
 /// What a client would get of a source, and how it was read, as JSON.
 nlohmann::json jsonOf(const TableCopy& copy);

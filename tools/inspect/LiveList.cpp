@@ -21,13 +21,15 @@ LiveList::Event::Kind kindOf(ListChange::Kind kind) {
 
 }  // namespace
 
-LiveList::LiveList(const std::string& saveFolder)
-    : mUnit(readUnit(saveFolder)), mList(awaitsBluetooth(mUnit.funcInfo), mUnit.saved, nullptr) {
+LiveList::LiveList(const std::string& saveFolder, Listener* listener)
+    : mListener(listener), mUnit(readUnit(saveFolder)), mList(awaitsBluetooth(mUnit.funcInfo), mUnit.saved, nullptr) {
   std::vector<Event> beginnings;
   for (const Source* source : TABLES) {
-    if (isThere(mUnit.of(*source))) {
+    const bool isPass = isThere(mUnit.of(*source));
+    if (isPass) {
       refresh(*source, beginnings);
     }
+    tell(*source, isPass);
   }
 }
 
@@ -42,11 +44,19 @@ std::vector<LiveList::Event> LiveList::poll() {
       events.push_back({wasThere ? Event::Kind::SOURCE_LOST : Event::Kind::SOURCE_BACK, source, 0, 0, {}, {}});
     }
     const TableCopy& taken = mTaken.of(*source);
-    if (isThere(last) && (last.bytes != taken.bytes || !isThere(taken))) {
+    const bool isPass = isThere(last) && (last.bytes != taken.bytes || !isThere(taken));
+    if (isPass) {
       refresh(*source, events);
     }
+    tell(*source, isPass);
   }
   return events;
+}
+
+void LiveList::tell(const Source& source, bool wasPass) const {
+  if (mListener != nullptr) {
+    mListener->looked(*this, source, wasPass);
+  }
 }
 
 void LiveList::refresh(const Source& source, std::vector<Event>& events) {

@@ -30,8 +30,17 @@ class LiveList {
     IntegratedDevice now;
   };
 
-  /// Reads everything once.
-  explicit LiveList(const std::string& saveFolder);
+  /// Hears of each look at a table, after the pass if there was one; the list is then as that pass left it.
+  class Listener {
+   public:
+    virtual void looked(const LiveList& list, const Source& source, bool wasPass) = 0;
+
+   protected:
+    ~Listener() = default;
+  };
+
+  /// Reads everything once. `listener` may be null; it has to live as long as this object.
+  explicit LiveList(const std::string& saveFolder, Listener* listener = nullptr);
 
   /// Reads the tables again, and makes one pass for each whose bytes have changed.
   /// @return what has happened since the last call, in its order
@@ -45,7 +54,9 @@ class LiveList {
 
  private:
   void refresh(const Source& source, std::vector<Event>& events);
+  void tell(const Source& source, bool wasPass) const;
 
+  Listener* const mListener;
   Unit mUnit;
   InspectedList mList;
   bool mIsStarted = false;

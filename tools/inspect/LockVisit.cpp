@@ -64,6 +64,10 @@ void LockVisit::leave() {
   pthread_sigmask(SIG_SETMASK, &mFormerSignals, nullptr);
 }
 
+bool LockVisit::isAwaited() const {
+  return mIsHeld && mPage.get()->word.load(std::memory_order_relaxed) == (mMine | LockWord::WAITERS);
+}
+
 bool LockVisit::open(const std::string& name) {
   mDescriptor = shm_open(('/' + lockObjectOf(name)).c_str(), O_RDWR | O_NONBLOCK | O_NOFOLLOW, 0);
   struct stat status = {};

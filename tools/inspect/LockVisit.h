@@ -28,6 +28,9 @@ class LockVisit {
 
   bool isHeld() const { return mIsHeld; }
 
+  /// Whether somebody has begun to wait for the lock since it is held here.
+  bool isAwaited() const;
+
  private:
   bool open(const std::string& name);
   bool takeByte();

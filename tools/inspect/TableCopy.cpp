@@ -66,11 +66,29 @@ bool describe(const Descriptor& file, TableCopy& copy) {
   return copy.isRead();
 }
 
+int openTable(const Source& source) {
+  return shm_open((std::string("/") + source.segment).c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW, 0);
+}
+
+// Owns the descriptor, which may be none, with errno set.
+TableCopy copyOnce(int descriptor, const Source& source) {
+  TableCopy copy;
+  const Descriptor file(descriptor);
+  if (!describe(file, copy)) {
+    return copy;
+  }
+  copy.bytes = readBytes(file.get(), source.segmentSize, copy.error);
+  if (copy.error != 0) {
+    copy.state = TableCopy::State::UNREADABLE;
+  }
+  return copy;
+}
+
 }  // namespace
 
 TableCopy copyTable(const Source& source) {
   TableCopy copy;
-  const Descriptor file(shm_open((std::string("/") + source.segment).c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW, 0));
+  const Descriptor file(openTable(source));
   if (!describe(file, copy)) {
     return copy;
   }
@@ -90,17 +108,10 @@ TableCopy copyTable(const Source& source) {
   return copy;
 }
 
+TableCopy copyTableAtOnce(const Source& source) { return copyOnce(openTable(source), source); }
+
 TableCopy copyFile(const Source& source, const std::string& path) {
-  TableCopy copy;
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  if (!describe(file, copy)) {
-    return copy;
-  }
-  copy.bytes = readBytes(file.get(), source.segmentSize, copy.error);
-  if (copy.error != 0) {
-    copy.state = TableCopy::State::UNREADABLE;
-  }
-  return copy;
+  return copyOnce(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC), source);
 }
 
 }  // namespace idl::tools

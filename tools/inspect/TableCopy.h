@@ -39,6 +39,9 @@ struct TableCopy {
 /// free for a while, copies until two copies are the same. Takes 200 ms at most.
 TableCopy copyTable(const Source& source);
 
+/// Copies the segment once, whoever holds its lock.
+TableCopy copyTableAtOnce(const Source& source);
+
 /// The same of a file, without a lock.
 TableCopy copyFile(const Source& source, const std::string& path);
 
