@@ -54,6 +54,8 @@ const std::vector<std::vector<std::string>> INSPECTIONS = {
     {"suffixes", "check"},
     {"watch", "--timeout", "50ms", "--interval", "5ms"},
     {"watch", "-n", "1", "--timeout", "50ms"},
+    {"record", "--timeout", "50ms", "--interval", "5ms"},
+    {"record", "--timeout", "50ms", "--pseudonymise"},
     {"wait", "--count", "99", "--timeout", "50ms"},
     {"wait", "--source", "bt", "--state", "present", "--timeout", "1ms"},
 };

@@ -21,6 +21,9 @@ constexpr Command COMMANDS[] = {
     {"dump", "one table, decoded", addDump},
     {"publish", "stand in for a service until stopped", addPublish},
     {"run", "play scenarios on a bench of processes", addRun},
+    {"record", "what happens to the tables and the list, as a file", addRecord},
+    {"replay", "stand in for the services as recorded, or check a recording", addReplay},
+    {"comply", "whether a live service keeps to the rules of its table", addComply},
     {"suffixes", "the saved numbers", addSuffixes},
     {"doctor", "what is there, what is wrong with it, and what to do", addDoctor},
     {"exec", "start a program, where --private says", addExec},
@@ -30,8 +33,8 @@ constexpr Command COMMANDS[] = {
 constexpr char FOOTER[] =
     "Standard output is data, standard error is messages. Exit codes: 0 yes, 1 the answer is no, 2 wrong arguments,\n"
     "3 cannot open, 4 damaged, 124 timed out.\n"
-    "list, watch, wait, dump and doctor change nothing on the unit. --private=NAME may stand before or after a "
-    "command.";
+    "list, watch, wait, dump, record and doctor change nothing on the unit. --private=NAME may stand before or after "
+    "a command.";
 
 const CLI::Option* optionCalled(const std::string& name, const CLI::App& command, const CLI::App& app) {
   const CLI::Option* const own = command.get_option_no_throw(name);

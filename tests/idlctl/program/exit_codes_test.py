@@ -188,6 +188,59 @@ class EachExitCode(unittest.TestCase):
         self.expectUsage("run", "-", "--step")
         self.expectAll("run")
 
+    def test_Record(self):
+        recording = unit.SHARED_MEMORY / "recording"
+        self.expect(0, "record", "--timeout", "1ms", "-o", str(recording))
+        self.expect(0, "record", "--from", str(recording), "--pseudonymise")
+        self.expectWhenStopped(0, signal.SIGTERM, "record")
+        self.expectUsage("record", "--timeout", "5")
+        self.expectUsage("record", "--from", str(recording), "--interval", "1s")
+        self.expect(3, "record", "--from", "/nowhere/at-all")
+        self.expect(3, "record", "--timeout", "1ms", "-o", "/nowhere/at-all")
+        recording.write_text(recording.read_text(encoding="ascii").replace('"version":1', '"version":2'), encoding="ascii")
+        self.expectUsage("record", "--from", str(recording))
+        recording.write_text("garbage\n", encoding="ascii")
+        self.expect(4, "record", "--from", str(recording))
+        self.expectAll("record")
+
+    def test_Replay(self):
+        recording = unit.SHARED_MEMORY / "recording"
+        unit.table_path("bt").write_bytes(ONE_PHONE)
+        recording.write_bytes(self.expect(0, "record", "--timeout", "1ms").stdout)
+        self.expect(0, "replay", str(recording))
+        self.expect(0, "replay", str(recording), "--to-scenario")
+        self.expect(0, "replay", str(recording), "--check", "--here")
+        self.expectUsage("replay")
+        self.expectUsage("replay", str(recording), "--check", "--to-scenario")
+        self.expectUsage("replay", str(recording), "--speed", "0")
+        self.expect(3, "replay", "/nowhere/at-all")
+        stand_in = self.idlctl.start("publish", "bt")
+        self.addCleanup(stand_in.stdout.close)
+        self.addCleanup(stand_in.stderr.close)
+        self.assertIn(b"stop with Ctrl-C", stand_in.stderr.readline())
+        self.expect(1, "replay", str(recording))
+        stand_in.terminate()
+        self.assertEqual(stand_in.wait(unit.WATCHDOG), 0)
+        text = recording.read_text(encoding="ascii")
+        recording.write_text(text.replace('"name":"Phone","port"', '"name":"Phony","port"'), encoding="ascii")
+        self.assertIn(b"went apart", self.expect(1, "replay", str(recording), "--check", "--here").stdout)
+        recording.write_text(text.replace('"version":1', '"version":2'), encoding="ascii")
+        self.expectUsage("replay", str(recording), "--check")
+        recording.write_text(text.replace('"size":"1124"', '"size":"7"'), encoding="ascii")
+        for how in ((), ("--check", "--here"), ("--to-scenario",)):
+            self.expect(4, "replay", str(recording), *how)
+        self.expectAll("replay")
+
+    def test_Comply(self):
+        self.expectWithJson(3, "comply", "bt", "--for", "1ms")
+        unit.table_path("bt").write_bytes(ONE_PHONE)
+        self.expectWithJson(0, "comply", "bt", "--for", "20ms")
+        unit.table_path("bt").write_bytes(unit.bt_table(unit.bt_slot(3, b"x" * 81)))
+        self.expectWithJson(1, "comply", "bt", "--for", "20ms")
+        self.expectUsage("comply")
+        self.expectUsage("comply", "funcinfo")
+        self.expectAll("comply")
+
     def test_ARunThatIsStoppedLeavesNoFolder(self):
         folder = pathlib.Path(tempfile.mkdtemp(dir=unit.SHARED_MEMORY))
         self.addCleanup(shutil.rmtree, folder)
@@ -281,7 +334,8 @@ class EachExitCode(unittest.TestCase):
         file = unit.SHARED_MEMORY / "file"
         file.write_bytes(b"")
         for command in unit.EXIT_CODES.keys() - {"run", "exec", "suffixes forget"}:
-            arguments = {"publish": ["bt"], "dump": ["bt"], "wait": ["--count", "0"], "completion": ["bash"]}.get(command, [])
+            arguments = {"publish": ["bt"], "dump": ["bt"], "comply": ["bt"], "replay": ["none"], "wait": ["--count", "0"],
+                         "completion": ["bash"]}.get(command, [])
             done = self.idlctl.run("--private=lab", *command.split(), *arguments, environment={"XDG_RUNTIME_DIR": str(file)})
             self.assertEqual((done.returncode, done.stdout), (3, b""), command)
 

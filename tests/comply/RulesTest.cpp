@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include "simulator/AapPublisher.h"
+#include "simulator/BtPublisher.h"
+#include "simulator/CpPublisher.h"
+#include "tools/comply/Rules.h"
+
+namespace {
+
+using idl::bench::AapPublisher;
+using idl::bench::BtPublisher;
+using idl::bench::CpPublisher;
+using idl::bench::Texts;
+using idl::tools::AAP_SOURCE;
+using idl::tools::BT_SOURCE;
+using idl::tools::copyTable;
+using idl::tools::CP_SOURCE;
+using idl::tools::Source;
+using idl::tools::TableCopy;
+using namespace idl::tools::comply;
+
+Verdict verdict(Rule rule, const Source& source) { return judge(rule, source, copyTable(source)).verdict; }
+
+TEST(ATableThatIsNotThere, IsNotJudged) {
+  for (const Rule rule : RULES) {
+    EXPECT_EQ(verdict(rule, BT_SOURCE), Verdict::UNKNOWN);
+  }
+}
+
+template <class Publisher>
+class AnEmptyTable : public testing::Test {
+ protected:
+  AnEmptyTable() { mPublisher.initialise(); }
+
+  Publisher mPublisher;
+};
+
+using AnEmptyBluetoothTable = AnEmptyTable<BtPublisher>;
+using AnEmptyCarPlayTable = AnEmptyTable<CpPublisher>;
+using AnEmptyAndroidAutoTable = AnEmptyTable<AapPublisher>;
+
+TEST_F(AnEmptyBluetoothTable, TellsNothingOfTextsAndIds) {
+  EXPECT_EQ(verdict(Rule::ENDS_TEXTS, BT_SOURCE), Verdict::UNKNOWN);
+  EXPECT_EQ(verdict(Rule::USES_IDS_IN_RANGE, BT_SOURCE), Verdict::UNKNOWN);
+  EXPECT_EQ(verdict(Rule::KEEPS_FREE_SLOTS_FREE, BT_SOURCE), Verdict::PASSED);
+  EXPECT_EQ(verdict(Rule::KEEPS_SIZE_WORD, BT_SOURCE), Verdict::PASSED);
+}
+
+TEST_F(AnEmptyBluetoothTable, TellsNothingOfFreeSlotsOnceItIsFull) {
+  for (unsigned slot = 0; slot < BtPublisher::SLOT_COUNT; ++slot) {
+    mPublisher.put(slot, {static_cast<std::uint8_t>(slot), "Phone", ""});
+  }
+
+  EXPECT_EQ(verdict(Rule::KEEPS_FREE_SLOTS_FREE, BT_SOURCE), Verdict::UNKNOWN);
+  EXPECT_EQ(verdict(Rule::ENDS_TEXTS, BT_SOURCE), Verdict::PASSED);
+}
+
+TEST_F(AnEmptyBluetoothTable, IsBrokenByATextWithoutAnEnd) {
+  mPublisher.put(2, {3, "Phone", ""}, Texts::ENDLESS);
+
+  const Judgement judgement = judge(Rule::ENDS_TEXTS, BT_SOURCE, copyTable(BT_SOURCE));
+
+  EXPECT_EQ(judgement.verdict, Verdict::BROKEN);
+  EXPECT_EQ(judgement.offence->at, 4 + 2 * 112 + 5);
+  EXPECT_EQ(judgement.offence->bytes.substr(0, 10), "PhonePhone");
+  EXPECT_EQ(judgement.offence->bytes.size(), 81U);
+}
+
+TEST_F(AnEmptyBluetoothTable, IsBrokenByASlotOfZeros) {
+  mPublisher.writeRaw(BtPublisher::offsetOf(4), std::string(BtPublisher::SLOT_SIZE, '\0'));
+
+  EXPECT_EQ(verdict(Rule::KEEPS_FREE_SLOTS_FREE, BT_SOURCE), Verdict::BROKEN);
+}
+
+TEST_F(AnEmptyBluetoothTable, IsBrokenByOneIdTwice) {
+  mPublisher.put(0, {3, "Phone", ""});
+  EXPECT_EQ(verdict(Rule::USES_IDS_IN_RANGE, BT_SOURCE), Verdict::PASSED);
+
+  mPublisher.put(1, {3, "Other", ""});
+
+  EXPECT_EQ(verdict(Rule::USES_IDS_IN_RANGE, BT_SOURCE), Verdict::BROKEN);
+}
+
+TEST_F(AnEmptyBluetoothTable, IsBrokenByAnotherSizeWord) {
+  mPublisher.writeRaw(0, std::string(4, '\0'));
+
+  const Judgement judgement = judge(Rule::KEEPS_SIZE_WORD, BT_SOURCE, copyTable(BT_SOURCE));
+
+  EXPECT_EQ(judgement.verdict, Verdict::BROKEN);
+  EXPECT_EQ(judgement.offence->bytes, std::string(4, '\0'));
+}
+
+TEST_F(AnEmptyCarPlayTable, IsBrokenByTheWordOfTheOtherTablesForNoBluetoothId) {
+  mPublisher.put(0, {7, "Phone", 0});
+  EXPECT_EQ(verdict(Rule::USES_IDS_IN_RANGE, CP_SOURCE), Verdict::PASSED);
+
+  mPublisher.put(0, {7, "Phone", 255});
+
+  EXPECT_EQ(verdict(Rule::USES_IDS_IN_RANGE, CP_SOURCE), Verdict::BROKEN);
+}
+
+TEST_F(AnEmptyCarPlayTable, IsBrokenByASlotWithNothingButItsIdentifier) {
+  mPublisher.put(0, {7, "", 0});
+
+  EXPECT_EQ(verdict(Rule::KEEPS_FREE_SLOTS_FREE, CP_SOURCE), Verdict::BROKEN);
+}
+
+TEST_F(AnEmptyCarPlayTable, IsBrokenByATextWithoutAnEnd) {
+  mPublisher.put(0, {7, "Phone", 0}, Texts::ENDLESS);
+
+  EXPECT_EQ(verdict(Rule::ENDS_TEXTS, CP_SOURCE), Verdict::BROKEN);
+}
+
+TEST_F(AnEmptyAndroidAutoTable, IsBrokenByAPortBelowZero) {
+  mPublisher.put(0, {"id", "Phone", 0, 255, 1});
+  EXPECT_EQ(verdict(Rule::USES_IDS_IN_RANGE, AAP_SOURCE), Verdict::PASSED);
+
+  mPublisher.put(0, {"id", "Phone", 0, 255, -1});
+
+  EXPECT_EQ(verdict(Rule::USES_IDS_IN_RANGE, AAP_SOURCE), Verdict::BROKEN);
+}
+
+TEST_F(AnEmptyAndroidAutoTable, IsBrokenByOneIdentifierTwice) {
+  mPublisher.put(0, {"id", "Phone", 0, 255, 1});
+  mPublisher.put(1, {"id", "Other", 0, 255, 2});
+
+  EXPECT_EQ(verdict(Rule::USES_IDS_IN_RANGE, AAP_SOURCE), Verdict::BROKEN);
+}
+
+TEST_F(AnEmptyAndroidAutoTable, IsBrokenByASlotWithNothingButItsIdentifier) {
+  mPublisher.put(0, {"id", "", 0, 255, 0});
+
+  EXPECT_EQ(verdict(Rule::KEEPS_FREE_SLOTS_FREE, AAP_SOURCE), Verdict::BROKEN);
+}
+
+TEST_F(AnEmptyAndroidAutoTable, IsBrokenByAnIdentifierWithoutAnEnd) {
+  mPublisher.put(0, {"id", "", 0, 255, 1}, Texts::ENDLESS);
+
+  EXPECT_EQ(verdict(Rule::ENDS_TEXTS, AAP_SOURCE), Verdict::BROKEN);
+}
+
+}  // namespace

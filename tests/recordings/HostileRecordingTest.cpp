@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <random>
+
+#include "idlctl/Invocation.h"
+#include "recordings/RecordingSteps.h"
+#include "support/SaveFolder.h"
+
+namespace {
+
+using nlohmann::json;
+using testing::AnyOf;
+using testing::HasSubstr;
+
+constexpr char HEADER[] = R"({"byteOrder":"little","event":"recording","pseudonymised":false,"schema":1,)"
+                          R"("sizes":{"aap":6292,"bt":1124,"cp":13736,"funcinfo":2108},"started":"","version":1})";
+constexpr char BEGIN[] = R"({"event":"begin","schema":1,"timeMs":0})";
+constexpr char TABLE[] =
+    R"({"changed":[{"at":8,"hex":"0361"}],"event":"table","list":{"count":1,"rows":[{"aapId":"","btid":3,)"
+    R"("cpDeviceId":"0","name":"a","port":0,"row":1,"session":0,"suffix":1,"type":"bt"}],"started":true},)"
+    R"("pass":true,"schema":1,"size":"1124","source":"bt","state":"present","timeMs":5})";
+
+class AHostileRecording : public testing::Test {
+ protected:
+  // The exit code of whatever reads it; all of them have to agree.
+  int exitCodeOf(const std::string& text) {
+    const std::string path = write(mFolder.path(), "recording", text);
+    const Invocation scenario({"replay", path, "--to-scenario"});
+    const Invocation copy({"record", "--from", path, "--pseudonymise"});
+    EXPECT_EQ(scenario.exitCode(), copy.exitCode()) << scenario.err() << copy.err();
+    mMessage = scenario.err();
+    return scenario.exitCode();
+  }
+
+  int exitCodeOfLines(const std::vector<std::string>& lines) {
+    std::string text;
+    for (const std::string& line : lines) {
+      text += line + '\n';
+    }
+    return exitCodeOf(text);
+  }
+
+  // The table's line with one thing changed.
+  int exitCodeOfTable(const std::function<void(json&)>& change) {
+    json line = json::parse(TABLE);
+    change(line);
+    return exitCodeOfLines({HEADER, BEGIN, line.dump()});
+  }
+
+  SaveFolder mFolder;
+  std::string mMessage;
+};
+
+TEST_F(AHostileRecording, IsTakenWhereNothingIsWrong) {
+  EXPECT_EQ(exitCodeOfLines({HEADER, BEGIN, TABLE}), 0);
+  EXPECT_THAT(mMessage, HasSubstr("did not end it"));
+}
+
+TEST_F(AHostileRecording, IsDamagedWhereItIsNone) {
+  EXPECT_EQ(exitCodeOf(""), 4);
+  EXPECT_EQ(exitCodeOf("\n"), 4);
+  EXPECT_EQ(exitCodeOf("garbage\n"), 4);
+  EXPECT_EQ(exitCodeOf("[]\n"), 4);
+  EXPECT_EQ(exitCodeOf("{}\n"), 2);
+  EXPECT_EQ(exitCodeOfLines({BEGIN}), 4);
+  EXPECT_EQ(exitCodeOf(std::string(10000, '[') + '\n'), 4);
+  EXPECT_EQ(exitCodeOf(std::string(5 << 20, 'x')), 4);
+}
+
+TEST_F(AHostileRecording, IsRefusedInAnotherVersion) {
+  for (const char* key : {"version", "schema"}) {
+    json header = json::parse(HEADER);
+    header[key] = 2;
+    EXPECT_EQ(exitCodeOfLines({header.dump(), BEGIN}), 2);
+  }
+}
+
+TEST_F(AHostileRecording, IsDamagedByTablesOfAnotherSize) {
+  json header = json::parse(HEADER);
+  header["sizes"]["bt"] = 1125;
+  EXPECT_EQ(exitCodeOfLines({header.dump(), BEGIN}), 4);
+  header["sizes"].erase("bt");
+  EXPECT_EQ(exitCodeOfLines({header.dump(), BEGIN}), 4);
+}
+
+TEST_F(AHostileRecording, IsDamagedByNumbersThatAreTooLarge) {
+  EXPECT_EQ(exitCodeOfTable([](json& line) { line["changed"][0]["at"] = 1123; }), 4);
+  EXPECT_EQ(exitCodeOfTable([](json& line) { line["changed"][0]["at"] = UINT64_MAX; }), 4);
+  EXPECT_EQ(exitCodeOfTable([](json& line) { line["changed"][0]["at"] = -1; }), 4);
+  EXPECT_EQ(exitCodeOfTable([](json& line) { line["changed"][0]["at"] = 1e300; }), 4);
+  EXPECT_EQ(exitCodeOfTable([](json& line) { line["timeMs"] = UINT64_MAX; }), 4);
+  EXPECT_EQ(exitCodeOfTable([](json& line) { line["size"] = "99999999999999999999"; }), 4);
+  EXPECT_EQ(exitCodeOfTable([](json& line) { line["list"]["count"] = UINT64_MAX; }), 4);
+  EXPECT_EQ(exitCodeOfTable([](json& line) { line["list"]["rows"][0]["row"] = 0; }), 4);
+  EXPECT_EQ(exitCodeOfTable([](json& line) { line["list"]["rows"][0]["btid"] = 256; }), 4);
+  EXPECT_EQ(exitCodeOfTable([](json& line) { line["list"]["rows"][0]["port"] = 2147483648U; }), 4);
+  EXPECT_EQ(exitCodeOfTable([](json& line) { line["list"]["rows"][0]["port"] = -2147483649L; }), 4);
+  EXPECT_EQ(exitCodeOfTable([](json& line) { line["list"]["rows"][0]["cpDeviceId"] = "18446744073709551616"; }), 4);
+}
+
+TEST_F(AHostileRecording, IsTakenWithAnObjectOfAnySize) {
+  EXPECT_EQ(exitCodeOfTable([](json& line) { line["size"] = "18446744073709551615"; }), 0);
+}
+
+TEST_F(AHostileRecording, IsDamagedWhereItContradictsItself) {
+  EXPECT_EQ(exitCodeOfTable([](json& line) { line["list"]["count"] = 2; }), 4);
+  EXPECT_EQ(exitCodeOfTable([](json& line) { line["list"]["started"] = false; }), 4);
+  EXPECT_EQ(exitCodeOfTable([](json& line) { line["state"] = "absent"; }), 4);
+  EXPECT_EQ(exitCodeOfTable([](json& line) { line["source"] = "funcinfo"; }), 4);
+  EXPECT_EQ(exitCodeOfLines({HEADER, TABLE}), 4);
+  EXPECT_EQ(exitCodeOfLines({HEADER, BEGIN, BEGIN}), 4);
+  EXPECT_EQ(exitCodeOfLines({HEADER, BEGIN, TABLE, BEGIN}), 4);
+  EXPECT_EQ(exitCodeOfLines({HEADER, BEGIN, R"({"event":"end","schema":1,"timeMs":1})", TABLE}), 4);
+}
+
+TEST_F(AHostileRecording, IsDamagedByMembersOfAnotherKind) {
+  const json table = json::parse(TABLE);
+  for (const auto& [key, value] : table.items()) {
+    if (key == "schema") {
+      continue;
+    }
+    for (const json& other : {json(nullptr), json(-7), json("\x01"), json::array({1}), json{{"a", 1}}}) {
+      EXPECT_THAT(exitCodeOfTable([&key = key, &other](json& line) { line[key] = other; }), AnyOf(4)) << key << other;
+    }
+  }
+}
+
+TEST_F(AHostileRecording, NeverKillsWhoReadsItWhateverByteIsAnother) {
+  const std::vector<std::function<void()>> day = aDayInACar();
+  const std::string text = recordingOf(mFolder.path(), {day.begin(), day.begin() + 6});
+  std::mt19937 random(11);
+  for (int k = 0; k < 300; ++k) {
+    std::string other = text;
+    for (auto left = 1 + random() % 3; left > 0; --left) {
+      other[random() % other.size()] = static_cast<char>(random() & 0xFFU);
+    }
+    EXPECT_THAT(exitCodeOf(other), AnyOf(0, 2, 4));
+  }
+}
+
+TEST_F(AHostileRecording, IsNotThere) {
+  EXPECT_EQ(Invocation({"replay", mFolder.path() / "none", "--check"}).exitCode(), 3);
+  EXPECT_EQ(Invocation({"replay", mFolder.path(), "--check"}).exitCode(), 3);
+}
+
+TEST_F(AHostileRecording, IsDamagedForWhoeverChecksIt) {
+  const std::string path = write(mFolder.path(), "recording", std::string(HEADER) + '\n' + BEGIN + "\n{}\n");
+
+  EXPECT_EQ(Invocation({"replay", path, "--check"}).exitCode(), 2);
+  EXPECT_EQ(Invocation({"replay", path}).exitCode(), 2);
+}
+
+}  // namespace

@@ -1,0 +1,158 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <thread>
+#include <tuple>
+
+#include "idlctl/FolderPicture.h"
+#include "idlctl/Invocation.h"
+#include "recordings/RecordingSteps.h"
+#include "support/ChildProcess.h"
+#include "support/SaveFolder.h"
+#include "support/Users.h"
+
+namespace {
+
+using namespace idl::bench;
+using idl::tools::recording::Event;
+using testing::HasSubstr;
+
+constexpr char SHARED_MEMORY[] = "/dev/shm";
+constexpr uid_t NOBODY = 65534;
+
+class Record : public testing::Test {
+ protected:
+  SaveFolder mFolder;
+};
+
+TEST_F(Record, ChangesNothingOnAnEmptyMachine) {
+  const auto before = pictureOf(SHARED_MEMORY);
+
+  const Invocation record({"record", "--timeout", "50ms", "--interval", "10ms"});
+
+  EXPECT_EQ(pictureOf(SHARED_MEMORY), before);
+  EXPECT_EQ(record.exitCode(), 0);
+  EXPECT_EQ(eventsOf(record.out()).size(), 2U);  // it begins, it ends
+}
+
+TEST_F(Record, ChangesNothingOnAUnitInUse) {
+  for (const auto& step : aDayInACar()) {
+    step();
+  }
+  const auto before = pictureOf(SHARED_MEMORY);
+
+  EXPECT_EQ(Invocation({"record", "--timeout", "50ms", "--interval", "10ms"}).exitCode(), 0);
+
+  EXPECT_EQ(pictureOf(SHARED_MEMORY), before);
+}
+
+TEST_F(Record, NeedsNoMoreThanTheRightToRead) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can be another user";
+  }
+  BtPublisher bt;
+  bt.initialise();
+  bt.put(0, {3, "Phone", ""});
+  chmod("/dev/shm/BtPairedDeviceList", 0644);
+  const auto before = pictureOf(SHARED_MEMORY);
+
+  ChildProcess child([] {
+    become(NOBODY, {NOBODY});
+    const Invocation record({"record", "--timeout", "50ms", "--interval", "10ms"});
+    return record.exitCode() == 0 && record.out().find("readWithoutLock") != std::string::npos ? 0 : 1;
+  });
+
+  EXPECT_EQ(child.wait(), 0);
+  EXPECT_EQ(pictureOf(SHARED_MEMORY), before);
+}
+
+TEST_F(Record, HasWhatHappensWhileItRuns) {
+  BtPublisher().initialise();
+  ChildProcess service([] {
+    BtPublisher bt;
+    for (unsigned count = 0;; ++count) {
+      bt.put(0, {3, "Phone " + std::to_string(count), ""});
+      std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    }
+    return 0;
+  });
+
+  const Invocation record({"record", "--timeout", "500ms", "--interval", "5ms"});
+
+  unsigned passes = 0;
+  for (const Event& event : eventsOf(record.out())) {
+    passes += event.isPass ? 1U : 0U;
+  }
+  EXPECT_GT(passes, 5U);
+}
+
+TEST_F(Record, IsThereLineByLineWhenItsRecorderIsKilled) {
+  BtPublisher().initialise();
+  const std::string path = mFolder.path() / "recording";
+  ChildProcess recorder([&] { return Invocation({"record", "-o", path, "--interval", "5ms"}).exitCode(); });
+  const auto isWritten = [&path] {
+    std::ifstream file(path);
+    const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    return text.find(R"("source":"bt")") != std::string::npos && text.back() == '\n';
+  };
+  for (int k = 0; k < 6000 && !isWritten(); ++k) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+
+  recorder.signal(SIGKILL);
+  recorder.wait();
+
+  const Invocation check({"replay", path, "--check", "--here"});
+  EXPECT_EQ(check.exitCode(), 0) << check.err();
+  EXPECT_THAT(check.out(), HasSubstr("1 passes, the same lists"));
+  EXPECT_THAT(check.err(), HasSubstr("did not end it"));
+}
+
+TEST_F(Record, EndsTheRecordingWhenItIsStopped) {
+  const std::string path = mFolder.path() / "recording";
+  ChildProcess recorder([&] { return Invocation({"record", "-o", path, "--interval", "5ms"}).exitCode(); });
+  for (int k = 0; k < 6000 && (!std::filesystem::exists(path) || std::filesystem::file_size(path) == 0); ++k) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+
+  recorder.signal(SIGTERM);
+
+  EXPECT_EQ(recorder.wait(), 0);
+  std::ifstream file(path);
+  const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  EXPECT_EQ(eventsOf(text).back().kind, Event::Kind::END);
+}
+
+TEST_F(Record, GivesOtherNames) {
+  BtPublisher bt;
+  bt.initialise();
+  bt.put(0, {3, "Phone", "00:00:5E:00:53:01"});
+  bt.put(1, {4, "Phone", "00:00:5E:00:53:02"});
+
+  const Invocation record({"record", "--timeout", "10ms", "--pseudonymise"});
+
+  const std::vector<Event> events = eventsOf(record.out());
+  const auto& rows = events.at(1).list.rows;
+  ASSERT_EQ(rows.size(), 2U);
+  EXPECT_NE(rows[0].header.name, "Phone");
+  EXPECT_EQ(rows[1].header.name, rows[0].header.name + " 2");
+  EXPECT_EQ(record.out().find("Phone"), std::string::npos);
+}
+
+TEST_F(Record, IsARecordingOfJsonObjectsWithSortedKeys) {
+  const std::string text = recordingOf(mFolder.path(), aDayInACar());
+  std::istringstream input(text);
+  for (std::string line; std::getline(input, line);) {
+    EXPECT_EQ(nlohmann::json::parse(line).dump(-1, ' ', true), line);
+    EXPECT_EQ(nlohmann::json::parse(line).at("schema"), 1);
+  }
+}
+
+TEST_F(Record, SaysThatItCannotWrite) {
+  EXPECT_EQ(Invocation({"record", "-o", "/nowhere/recording", "--timeout", "10ms"}).exitCode(), 3);
+  EXPECT_EQ(Invocation({"record", "-o", "/dev/full", "--timeout", "10ms"}).exitCode(), 3);
+}
+
+}  // namespace

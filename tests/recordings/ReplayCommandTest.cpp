@@ -1,0 +1,229 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "idlctl/FolderPicture.h"
+#include "idlctl/Invocation.h"
+#include "recordings/RecordingSteps.h"
+#include "simulator/TableClaim.h"
+#include "support/PhoneTables.h"
+#include "support/SaveFolder.h"
+
+namespace {
+
+using namespace idl::bench;
+using nlohmann::json;
+using testing::HasSubstr;
+
+class Replay : public testing::Test {
+ protected:
+  // A recording's file; the unit is as empty afterwards as it was before.
+  std::string record(const std::vector<std::function<void()>>& steps) {
+    std::string path = write(mFolder.path(), "recording", recordingOf(mFolder.path(), steps));
+    removePhoneTables();
+    return path;
+  }
+
+  SaveFolder mFolder;
+};
+
+std::vector<std::function<void()>> twoPhones() {
+  return {[] {
+            BtPublisher bt;
+            bt.initialise();
+            bt.put(0, {3, "Phone", "00:00:5E:00:53:01"});
+            bt.put(1, {4, "Phone", "00:00:5E:00:53:02"});
+          },
+          [] { BtPublisher().remove("Phone"); }};
+}
+
+TEST_F(Replay, HasTheSameListsAgain) {
+  const std::string path = record(aDayInACar());
+
+  const Invocation check({"replay", path, "--check", "--here"});
+
+  EXPECT_EQ(check.exitCode(), 0) << check.out() << check.err();
+  EXPECT_THAT(check.out(), HasSubstr("11 passes, the same lists"));
+}
+
+TEST_F(Replay, HasThemWithOtherNames) {
+  const std::string path = record(aDayInACar());
+  const std::string other = mFolder.path() / "other";
+  ASSERT_EQ(Invocation({"record", "--from", path, "--pseudonymise", "-o", other}).exitCode(), 0);
+
+  const Invocation check({"replay", other, "--check", "--here"});
+
+  EXPECT_EQ(check.exitCode(), 0) << check.out() << check.err();
+}
+
+TEST_F(Replay, ChecksInAFolderOfItsOwn) {
+  const std::string path = record(twoPhones());
+  const auto before = pictureOf("/dev/shm");
+
+  const Invocation check({"replay", path, "--check"});
+
+  if (check.exitCode() == 3) {
+    GTEST_SKIP() << check.err();
+  }
+  EXPECT_EQ(check.exitCode(), 0) << check.out() << check.err();
+  EXPECT_EQ(pictureOf("/dev/shm"), before);
+}
+
+TEST_F(Replay, BeginsWithTheRecordedNumbers) {
+  write(mFolder.path(), "IDLSuffix.ini",
+        std::string("\1\4Phone", 7) + std::string(255, '\0') + std::string("\1", 1) + std::string(263 * 9, '\0'));
+  const std::string path = record(twoPhones());
+  std::filesystem::remove(mFolder.path() / "IDLSuffix.ini");
+  std::ifstream file(path);
+  const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  ASSERT_EQ(eventsOf(text).at(2).list.rows.at(0).header.name, "Phone 2");
+
+  const Invocation here({"replay", path, "--check", "--here"});
+  const Invocation apart({"replay", path, "--check"});
+
+  EXPECT_EQ(here.exitCode(), 0) << here.out() << here.err();
+  EXPECT_THAT(apart.exitCode(), testing::AnyOf(0, 3)) << apart.out() << apart.err();
+}
+
+TEST_F(Replay, ShowsWhereTheListsGoApart) {
+  const std::string path = record(twoPhones());
+  std::ifstream file(path);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(file, line);) {
+    lines.push_back(line);
+  }
+  json last = json::parse(lines[3]);
+  last["list"]["rows"][0]["name"] = "Phone";
+  last["list"]["rows"][0]["suffix"] = 1;
+  lines[3] = last.dump();
+  std::string text;
+  for (const std::string& line : lines) {
+    text += line + '\n';
+  }
+  const std::string other = write(mFolder.path(), "other", text);
+
+  const Invocation check({"replay", other, "--check", "--here"});
+
+  EXPECT_EQ(check.exitCode(), 1);
+  EXPECT_THAT(check.out(), HasSubstr(":4: at ")) << check.out();
+  EXPECT_THAT(check.out(), HasSubstr("in pass 2, after bt was taken over, the list went apart")) << check.out();
+  EXPECT_THAT(check.out(), HasSubstr("row 1: name \"Phone\" -> \"Phone 2\" suffix 1 -> 2")) << check.out();
+}
+
+TEST_F(Replay, NoticesOneBitOfASourcesRecord) {
+  const std::string path = record(twoPhones());
+  std::ifstream file(path);
+  std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  const std::string address = "30303a30303a35453a30303a35333a3031000000000001";  // up to the flags
+  text.replace(text.find(address), address.size(), "30303a30303a35453a30303a35333a3031000000000003");
+  const std::string other = write(mFolder.path(), "other", text);
+
+  const Invocation check({"replay", other, "--check", "--here"});
+
+  EXPECT_EQ(check.exitCode(), 1);
+  EXPECT_THAT(check.out(), HasSubstr("row 1: btBytes from byte 104 on")) << check.out();
+}
+
+TEST_F(Replay, PublishesTheTablesAsTheyWere) {
+  const auto steps = aDayInACar();
+  std::string text;
+  json list;
+  {
+    text = recordingOf(mFolder.path(), steps);
+    list = Invocation({"list", "--json"}).json();
+  }
+  const auto tables = [] {
+    std::map<std::string, std::string> found;
+    for (const char* name : {"/dev/shm/BtPairedDeviceList", "/dev/shm/LmSCarplayResource", "/dev/shm/AapDeviceList"}) {
+      std::ifstream file(name, std::ios::binary);
+      found[name].assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    }
+    return found;
+  };
+  const auto before = tables();
+  removePhoneTables();
+
+  const Invocation replay({"replay", write(mFolder.path(), "recording", text), "--speed", "1000"});
+
+  EXPECT_EQ(replay.exitCode(), 0) << replay.err();
+  EXPECT_EQ(tables(), before);
+  EXPECT_EQ(Invocation({"list", "--json"}).json(), list);
+}
+
+TEST_F(Replay, EndsWhereItIsTold) {
+  const std::string path = record({[] { usleep(50000); }, [] { BtPublisher().initialise(); }});
+
+  ASSERT_EQ(Invocation({"replay", path, "--until", "20ms"}).exitCode(), 0);
+
+  EXPECT_FALSE(std::filesystem::exists("/dev/shm/BtPairedDeviceList"));
+}
+
+TEST_F(Replay, TakesItsTime) {
+  const std::string path = record({[] {},
+                                   [] {
+                                     usleep(200000);
+                                     BtPublisher().initialise();
+                                   }});
+  const auto start = std::chrono::steady_clock::now();
+
+  ASSERT_EQ(Invocation({"replay", path}).exitCode(), 0);
+  const auto took = std::chrono::steady_clock::now() - start;
+  ASSERT_EQ(Invocation({"replay", path, "--speed", "1000"}).exitCode(), 0);
+
+  EXPECT_GE(took, std::chrono::milliseconds(200));
+  EXPECT_LT(std::chrono::steady_clock::now() - start - took, took);
+}
+
+TEST_F(Replay, PutsTheSavedTableWhereItIsTold) {
+  const std::string image(2630, '\0');
+  write(mFolder.path(), "IDLSuffix.ini", image);
+  const std::string path = record(twoPhones());
+  const std::string folder = mFolder.path() / "elsewhere";
+  std::filesystem::create_directory(folder);
+
+  ASSERT_EQ(Invocation({"replay", path, "--speed", "1000", "--save-dir", folder}).exitCode(), 0);
+
+  EXPECT_EQ(std::filesystem::file_size(folder + "/IDLSuffix.ini"), image.size());
+}
+
+TEST_F(Replay, IsRefusedWhereAnotherStandInHasTheTable) {
+  const std::string path = record(twoPhones());
+  const TableClaim claim("BtPairedDeviceList");
+
+  EXPECT_EQ(Invocation({"replay", path, "--speed", "1000"}).exitCode(), 1);
+}
+
+TEST_F(Replay, BecomesAScenarioThatPlays) {
+  const std::string path = record(twoPhones());
+  const Invocation scenario({"replay", path, "--to-scenario"});
+  ASSERT_EQ(scenario.exitCode(), 0);
+  EXPECT_THAT(scenario.out(), HasSubstr("\nexpect row 2 \"Phone 2\" type=bt btid=4"));
+
+  const Invocation run({"run", write(mFolder.path(), "scenario", scenario.out())});
+
+  EXPECT_EQ(run.exitCode(), 0) << run.out() << run.err();
+}
+
+TEST_F(Replay, BecomesAScenarioThatPlaysWhateverHappened) {
+  const std::string path = record(aDayInACar());
+  const Invocation scenario({"replay", path, "--to-scenario"});
+  EXPECT_THAT(scenario.out(), HasSubstr("# a text of bt6 has no end"));
+  EXPECT_THAT(scenario.out(), HasSubstr("# expect list"));
+
+  const Invocation run({"run", write(mFolder.path(), "scenario", scenario.out())});
+
+  EXPECT_EQ(run.exitCode(), 0) << run.out() << run.err() << scenario.out();
+}
+
+TEST_F(Replay, RefusesWhatDoesNotGoTogether) {
+  EXPECT_EQ(Invocation({"replay"}).exitCode(), 2);
+  EXPECT_EQ(Invocation({"replay", "x", "--check", "--to-scenario"}).exitCode(), 2);
+  EXPECT_EQ(Invocation({"replay", "x", "--check", "--speed", "2"}).exitCode(), 2);
+  EXPECT_EQ(Invocation({"replay", "x", "--here"}).exitCode(), 2);
+  EXPECT_EQ(Invocation({"replay", "x", "--until", "5"}).exitCode(), 2);
+  EXPECT_EQ(Invocation({"record", "--from", "x", "--timeout", "1s"}).exitCode(), 2);
+}
+
+}  // namespace

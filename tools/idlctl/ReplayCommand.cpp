@@ -1,0 +1,259 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+
+#include "simulator/TableClaim.h"
+#include "tools/idlctl/Command.h"
+#include "tools/idlctl/DurationOption.h"
+#include "tools/idlctl/PhoneOutput.h"
+#include "tools/idlctl/RecordingInput.h"
+#include "tools/idlctl/Stopping.h"
+#include "tools/inspect/ListDifference.h"
+#include "tools/recording/ScenarioText.h"
+#include "tools/recording/Stage.h"
+#include "tools/recording/TableWriter.h"
+#include "tools/scenario/Bench.h"
+#include "tools/text/Duration.h"
+#include "tools/text/Escape.h"
+
+namespace idl::tools {
+
+namespace {
+
+using recording::Event;
+using recording::RecordedList;
+using recording::RecordedRow;
+using recording::RecordingReader;
+
+struct Options {
+  std::string file;
+  double speed = 1;
+  bool isStepped = false;
+  std::optional<std::chrono::milliseconds> until;
+  std::string saveFolder;
+  bool isChecked = false;
+  bool isHere = false;
+  bool isScenario = false;
+};
+
+/// The events up to the one that the user wants no more.
+class Events {
+ public:
+  Events(RecordingReader& reader, const Options& options) : mReader(reader), mUntil(options.until) {}
+
+  bool next(Event& event) { return mReader.next(event) && (!mUntil || event.time <= *mUntil); }
+
+ private:
+  RecordingReader& mReader;
+  const std::optional<std::chrono::milliseconds> mUntil;
+};
+
+std::string describe(const Event& event) {
+  std::string text = durationText(event.time) + ' ';
+  switch (event.kind) {
+    case Event::Kind::FUNC_INFO:
+    case Event::Kind::TABLE:
+      return text + event.source->word + ' ' + stateText(event.copy);
+    case Event::Kind::SAVED:
+      return text + "the saved table " + (event.saved.isRead() ? "is another one" : "is not there");
+    case Event::Kind::BEGIN:
+      return text + "the list begins";
+    case Event::Kind::END:
+      break;
+  }
+  return text + "end";
+}
+
+std::string listText(const RecordedList& list, bool colour) {
+  if (!list.isStarted) {
+    return "not started\n";
+  }
+  std::vector<LmSIntegratedDeviceListDef::IntegratedDevice> phones(list.rows.size());
+  for (std::size_t k = 0; k < list.rows.size(); ++k) {
+    static_cast<LmSIntegratedDeviceListDef::DeviceInfo&>(phones[k]) = list.rows[k].header;
+  }
+  return tableOf(phones, colour);
+}
+
+// The first byte in which a source's record differs; nothing where none does.
+std::string recordDifference(const char* name, const std::string& recorded, const std::string& now) {
+  const auto differs = std::mismatch(recorded.begin(), recorded.end(), now.begin(), now.end()).first;
+  return differs == recorded.end() && recorded.size() == now.size()
+             ? ""
+             : " " + std::string(name) + "Bytes from byte " + std::to_string(differs - recorded.begin()) + " on";
+}
+
+void explainDifference(const RecordedList& recorded, const RecordedList& now, std::ostream& out) {
+  for (std::size_t k = 0; k < std::min(recorded.rows.size(), now.rows.size()); ++k) {
+    const RecordedRow& was = recorded.rows[k];
+    const RecordedRow& is = now.rows[k];
+    if (was == is) {
+      continue;
+    }
+    out << "row " << k + 1 << ':';
+    for (const std::string& field : changedFields(was.header, is.header)) {
+      out << ' ' << field << ' ' << fieldText(was.header, field) << " -> " << fieldText(is.header, field);
+    }
+    out << recordDifference("bt", was.bt, is.bt) << recordDifference("cp", was.cp, is.cp)
+        << recordDifference("aap", was.aap, is.aap) << '\n';
+  }
+}
+
+// Feeds the recording to the library's own list, pass by pass.
+int check(const Options& options, const Streams& streams, RecordingReader& reader) {
+  const auto folder = options.isHere ? recording::Stage::Folder::FOUND : recording::Stage::Folder::OWN;
+  std::unique_ptr<recording::Stage> stage;
+  TableCopy funcInfo;
+  SavedTableCopy saved;
+  Event event;
+  unsigned passes = 0;
+  for (Events events(reader, options); events.next(event);) {
+    switch (event.kind) {
+      case Event::Kind::FUNC_INFO:
+        funcInfo = event.copy;  // a list reads both when it begins, and no more
+        break;
+      case Event::Kind::SAVED:
+        saved = event.saved;
+        break;
+      case Event::Kind::BEGIN:
+        stage = std::make_unique<recording::Stage>(folder, funcInfo, saved);
+        break;
+      case Event::Kind::TABLE: {
+        stage->put(*event.source, event.copy);
+        if (!event.isPass) {
+          break;
+        }
+        ++passes;
+        const RecordedList now = stage->refresh(*event.source);
+        if (now != event.list) {
+          streams.out << printable(options.file) << ':' << reader.line() << ": at " << durationText(event.time)
+                      << ", in pass " << passes << ", after " << event.source->word
+                      << " was taken over, the list went apart\nrecorded:\n"
+                      << listText(event.list, streams.colour) << "now:\n"
+                      << listText(now, streams.colour);
+          explainDifference(event.list, now, streams.out);
+          return EXIT_NO;
+        }
+        break;
+      }
+      case Event::Kind::END:
+        break;
+    }
+  }
+  streams.out << printable(options.file) << ": " << passes << " passes, the same lists\n";
+  return EXIT_YES;
+}
+
+int tellScenario(const Options& options, const Streams& streams, RecordingReader& reader) {
+  recording::ScenarioText scenario(streams.out);
+  Event event;
+  for (Events events(reader, options); events.next(event);) {
+    scenario.take(event);
+  }
+  scenario.finish();
+  return EXIT_YES;
+}
+
+// Before the list begins, so that one that starts now has the same numbers.
+bool putSaved(const Options& options, const Event& event) {
+  if (options.saveFolder.empty()) {
+    return true;
+  }
+  const std::filesystem::path path = std::filesystem::path(options.saveFolder) / "IDLSuffix.ini";
+  if (!event.saved.isRead()) {
+    std::error_code ignored;
+    std::filesystem::remove(path, ignored);
+    return true;
+  }
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file.write(event.saved.bytes.data(), static_cast<std::streamsize>(event.saved.bytes.size()));
+  file.close();
+  return file.good();
+}
+
+int publish(const Options& options, const Streams& streams, RecordingReader& reader) {
+  const Stopping stopping;
+  recording::TableWriter writer;
+  const auto start = std::chrono::steady_clock::now();
+  bool hasBegun = false;
+  Event event;
+  for (Events events(reader, options); events.next(event);) {
+    if (options.isStepped) {
+      streams.err << describe(event) << " [Enter] " << std::flush;
+      std::string line;
+      std::getline(std::cin, line);
+    } else {
+      const auto due =
+          start + std::chrono::duration<double, std::milli>(static_cast<double>(event.time.count()) / options.speed);
+      const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - std::chrono::steady_clock::now());
+      if (stopping.within(std::max(left, std::chrono::milliseconds(0)))) {
+        return EXIT_YES;
+      }
+      streams.err << describe(event) << std::endl;
+    }
+    hasBegun = hasBegun || event.kind == Event::Kind::BEGIN;
+    if (event.kind == Event::Kind::FUNC_INFO) {
+      writer.putFuncInfo(event.copy);
+    } else if (event.kind == Event::Kind::TABLE) {
+      writer.put(*event.source, event.copy);
+    } else if (event.kind == Event::Kind::SAVED && !hasBegun && !putSaved(options, event)) {
+      streams.err << "idlctl: " << quotedText(options.saveFolder) << ": the saved table could not be written\n";
+      return EXIT_CANNOT_OPEN;
+    }
+  }
+  return EXIT_YES;
+}
+
+int run(const Options& options, const Streams& streams) {
+  try {
+    return readRecording(options.file, streams, [&](RecordingReader& reader) {
+      return options.isChecked    ? check(options, streams, reader)
+             : options.isScenario ? tellScenario(options, streams, reader)
+                                  : publish(options, streams, reader);
+    });
+  } catch (const bench::TableTaken& taken) {
+    streams.err << "idlctl: " << printable(taken.what()) << '\n';
+    return EXIT_NO;
+  }
+}
+
+}  // namespace
+
+void addReplay(CLI::App& app, Action& action) {
+  const auto options = std::make_shared<Options>();
+  app.add_option("recording", options->file, "what idlctl record has written; - for standard input")
+      ->required()
+      ->type_name("FILE");
+  CLI::Option* speed =
+      app.add_option("--speed", options->speed, "so many times faster, 1")->check(CLI::Range(0.001, 1000000.0));
+  CLI::Option* step = app.add_flag("--step", options->isStepped, "wait for Enter before each event");
+  addDuration(app, "--until", options->until, "end behind that time of the recording");
+  CLI::Option* saveFolder = app.add_option("--save-dir", options->saveFolder,
+                                           "also write the saved table there with which the recorded list began");
+  CLI::Option* check =
+      app.add_flag("--check", options->isChecked, "demand the recorded lists of the library, bit for bit");
+  app.add_flag("--here", options->isHere, "check in the shared-memory folder that is there, not in one of its own")
+      ->needs(check);
+  CLI::Option* scenario = app.add_flag("--to-scenario", options->isScenario, "write it as a scenario");
+  check->excludes(scenario);
+  for (CLI::Option* publishing : {speed, step, saveFolder}) {
+    publishing->excludes(check)->excludes(scenario);
+  }
+  speed->excludes(step);
+  app.footer(
+      "Without --check and --to-scenario it stands in for all services, in the unit's tables; run it where none are.\n"
+      "Exit codes:\n"
+      "  0    played, or told, or the same lists\n"
+      "  1    --check got another list, or a table has another stand-in\n"
+      "  2    wrong arguments, or another version of the format\n"
+      "  3    the recording cannot be read, a table not be written, or --check has no folder of its own\n"
+      "  4    the recording is damaged\n"
+      "Examples:\n  idlctl replay tuesday.jsonl --speed 10\n  idlctl replay tuesday.jsonl --check\n"
+      "  idlctl replay tuesday.jsonl --until 90s --to-scenario >tuesday.scn");
+  onChosen(app, action, options, run);
+}
+
+}  // namespace idl::tools

@@ -1,0 +1,316 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/recording/Pseudonyms.h"
+
+#include <sys/random.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <numeric>
+#include <stdexcept>
+#include <system_error>
+#include <vector>
+
+#include "IntegratedDeviceList/WireFormat.h"
+#include "SuffixRecord.h"
+#include "tools/recording/KeyedHash.h"
+
+namespace idl::tools::recording {
+
+namespace {
+
+constexpr std::size_t SALT_SIZE = 16;
+constexpr std::size_t LONGEST_NUMBER = 3;  // of digits; a list appends numbers up to 255
+
+bool isDigit(char byte) { return byte >= '0' && byte <= '9'; }
+
+// Where the numbers at the end begin: of up to three digits, with a blank before each, which the first can do without.
+std::size_t endOfStem(std::string_view text) {
+  std::size_t end = text.size();
+  for (;;) {
+    std::size_t digits = 0;
+    while (digits < end && isDigit(text[end - 1 - digits])) {
+      ++digits;
+    }
+    if (digits == 0 || digits > LONGEST_NUMBER) {
+      return end;
+    }
+    end -= digits;
+    if (end == 0 || text[end - 1] != ' ') {
+      return end;
+    }
+    --end;
+  }
+}
+
+using Class = std::vector<unsigned char>;
+
+Class range(unsigned first, unsigned last) {
+  Class members(last - first + 1);
+  std::iota(members.begin(), members.end(), static_cast<unsigned char>(first));
+  return members;
+}
+
+enum class Letters { ALL, HEXADECIMAL };
+
+/// What may stand for a byte, and how many bytes of the same character follow. UTF-8 stays what it is, and what is none
+/// stays none: the leading bytes that narrow what may follow are classes of their own.
+class Classes {
+ public:
+  explicit Classes(Letters letters) : mIsHexadecimal(letters == Letters::HEXADECIMAL) {}
+
+  Class next(unsigned char byte) {
+    if (mLeft > 0 && byte >= mFirst && byte <= mLast) {
+      Class members = mStays ? Class{byte} : range(mFirst, mLast);
+      --mLeft;
+      // General punctuation, marks for the direction of writing among it, is what it was.
+      mStays = mStays && byte <= 0x81 && mLead == 0xE2;
+      mFirst = 0x80;
+      mLast = 0xBF;
+      return members;
+    }
+    mLeft = 0;
+    return leading(byte);
+  }
+
+ private:
+  Class leading(unsigned char byte) {
+    if (byte >= '0' && byte <= '9') {
+      return range('0', '9');
+    }
+    if (mIsHexadecimal && ((byte >= 'A' && byte <= 'F') || (byte >= 'a' && byte <= 'f'))) {
+      return byte <= 'F' ? range('A', 'F') : range('a', 'f');
+    }
+    if (mIsHexadecimal && ((byte >= 'G' && byte <= 'Z') || (byte >= 'g' && byte <= 'z'))) {
+      return byte <= 'Z' ? range('G', 'Z') : range('g', 'z');
+    }
+    if (byte >= 'A' && byte <= 'Z') {
+      return range('A', 'Z');
+    }
+    if (byte >= 'a' && byte <= 'z') {
+      return range('a', 'z');
+    }
+    if (byte < 0xC2 || byte > 0xF4) {
+      return {byte};  // ASCII that is no letter, and bytes that are no character's beginning
+    }
+    mLead = byte;
+    mFirst = byte == 0xE0 ? 0xA0 : byte == 0xF0 ? 0x90 : 0x80;
+    mLast = byte == 0xED ? 0x9F : byte == 0xF4 ? 0x8F : 0xBF;
+    mLeft = byte < 0xE0 ? 1 : byte < 0xF0 ? 2 : 3;
+    // With their next byte: signs of Latin-1, punctuation, private characters and the mark of the byte order, and which
+    // plane it is.
+    mStays = byte == 0xC2 || byte == 0xE2 || byte == 0xEE || byte == 0xEF || byte == 0xF0;
+    // Of two bytes the first stays: it is little more than the script.
+    if ((byte == 0xE1) || (byte >= 0xE3 && byte <= 0xEC)) {
+      Class members = range(0xE3, 0xEC);
+      members.push_back(0xE1);
+      return members;
+    }
+    return byte >= 0xF1 && byte <= 0xF3 ? range(0xF1, 0xF3) : Class{byte};
+  }
+
+  const bool mIsHexadecimal;
+  unsigned mLeft = 0;
+  unsigned char mLead = 0;
+  unsigned char mFirst = 0x80;
+  unsigned char mLast = 0xBF;
+  bool mStays = false;
+};
+
+// Of each class the byte's stand-in is its place in an order that hangs on all bytes before it: so different texts
+// differ from their first difference on, and remain the same up to there.
+std::string substitute(const std::string& salt, const char* about, std::string_view text, Letters letters) {
+  std::string result;
+  Classes classes(letters);
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const auto byte = static_cast<unsigned char>(text[at]);
+    Class members = classes.next(byte);
+    std::sort(members.begin(), members.end());
+    const auto place = static_cast<std::size_t>(std::find(members.begin(), members.end(), byte) - members.begin());
+    KeyedHash chance(salt, about, text.substr(0, at));
+    for (std::size_t k = members.size(); k > 1; --k) {
+      std::swap(members[k - 1], members[static_cast<std::size_t>(chance.next() % k)]);
+    }
+    result += static_cast<char>(members[place]);
+  }
+  return result;
+}
+
+// Four rounds of a Feistel network: one to one, whatever the rounds' function is.
+std::uint64_t permute(const std::string& salt, std::uint64_t number) {
+  auto high = static_cast<std::uint32_t>(number >> 32U);
+  auto low = static_cast<std::uint32_t>(number);
+  for (char round = '0'; round < '4'; ++round) {
+    char half[sizeof(low)];
+    std::memcpy(half, &low, sizeof(low));
+    KeyedHash hash(salt, (std::string("cp") + round).c_str(), {half, sizeof(half)});
+    high ^= static_cast<std::uint32_t>(hash.next());
+    std::swap(high, low);
+  }
+  return std::uint64_t{high} << 32U | low;
+}
+
+// As `change` makes it; zeros behind.
+template <class Change>
+void changeText(char* field, std::size_t size, Change change) {
+  const std::string text = change(std::string_view(field, strnlen(field, size)));
+  std::memset(field, 0, size);
+  std::copy(text.begin(), text.end(), field);
+}
+
+template <class Change>
+void changeText(std::string& image, std::size_t at, std::size_t size, Change change) {
+  changeText(image.data() + at, size, change);
+}
+
+// The bytes of a table that a client reads, in a structure with zeros all around. `bytes` may be cut anywhere; what is
+// cut off comes back as it was.
+template <class Table, class Change>
+std::string changeTable(const Source& source, const std::string& bytes, Change change) {
+  std::string whole = bytes;
+  whole.resize(source.segmentSize, '\0');
+  Table former = {};
+  std::memcpy(&former, whole.data() + source.dataOffset, sizeof(former));
+  Table now = {};
+  change(former, now);
+  std::memset(whole.data() + sizeof(std::uint32_t), 0, source.dataOffset - sizeof(std::uint32_t));
+  std::memcpy(whole.data() + source.dataOffset, &now, sizeof(now));
+  whole.resize(bytes.size());
+  return whole;
+}
+
+cps_def::WCPAtom changeAtom(const Pseudonyms& pseudonyms, const cps_def::WCPAtom& former) {
+  cps_def::WCPAtom atom = {};
+  atom.identifier = pseudonyms.cpDeviceId(former.identifier);
+  std::memcpy(atom.name, former.name, sizeof(atom.name));
+  changeText(atom.name, sizeof(atom.name), [&](std::string_view text) { return pseudonyms.name(text); });
+  atom.btid = former.btid;
+  atom.inSession = former.inSession;
+  atom.session = former.session;
+  atom.valid = former.valid;
+  return atom;
+}
+
+std::string saltByChance() {
+  std::string salt(SALT_SIZE, '\0');
+  std::size_t done = 0;
+  while (done < salt.size()) {
+    const ssize_t count = ::getrandom(salt.data() + done, salt.size() - done, 0);
+    if (count < 0 && errno != EINTR) {
+      throw std::system_error(errno, std::generic_category(), "no salt");
+    }
+    done += count < 0 ? 0 : static_cast<std::size_t>(count);
+  }
+  return salt;
+}
+
+}  // namespace
+
+Pseudonyms::Pseudonyms() : mSalt(saltByChance()) {}
+
+Pseudonyms::Pseudonyms(std::string salt) : mSalt(std::move(salt)) {}
+
+std::string Pseudonyms::name(std::string_view text) const {
+  const std::size_t end = endOfStem(text);
+  return substitute(mSalt, "name", text.substr(0, end), Letters::ALL) + std::string(text.substr(end));
+}
+
+std::string Pseudonyms::address(std::string_view text) const {
+  return substitute(mSalt, "address", text, Letters::HEXADECIMAL);
+}
+
+std::string Pseudonyms::aapId(std::string_view text) const { return substitute(mSalt, "aap", text, Letters::ALL); }
+
+std::uint64_t Pseudonyms::cpDeviceId(std::uint64_t identifier) const {
+  constexpr std::uint64_t USB_ATTACHED = std::uint64_t{1} << 41U;
+  if (identifier == 0) {
+    return 0;
+  }
+  // A walk along the permutation's cycle, from one that may stand there to the next: one to one among these.
+  const std::uint64_t bit = identifier & USB_ATTACHED;
+  do {
+    identifier = permute(mSalt, identifier);
+  } while (identifier == 0 || (identifier & USB_ATTACHED) != bit);
+  return identifier;
+}
+
+Event Pseudonyms::event(Event event) const {
+  if (event.source != nullptr) {
+    event.copy.bytes = table(*event.source, event.copy.bytes);
+  }
+  event.saved.bytes = saved(event.saved.bytes);
+  for (RecordedRow& one : event.list.rows) {
+    one = row(std::move(one));
+  }
+  return event;
+}
+
+std::string Pseudonyms::table(const Source& source, const std::string& bytes) const {
+  const auto toName = [this](std::string_view text) { return name(text); };
+  const auto toAddress = [this](std::string_view text) { return address(text); };
+  const auto toAapId = [this](std::string_view text) { return aapId(text); };
+  if (&source == &BT_SOURCE) {
+    return changeTable<wire::BtPairedDeviceList>(source, bytes, [&](const auto& former, auto& now) {
+      now = former;
+      for (wire::BtSlot& slot : now.slots) {
+        slot.header = 0;
+        std::memset(slot.padding, 0, sizeof(slot.padding));
+        changeText(slot.name, sizeof(slot.name), toName);
+        changeText(slot.address, sizeof(slot.address), toAddress);
+      }
+    });
+  }
+  if (&source == &AAP_SOURCE) {
+    return changeTable<wire::AapDeviceList>(source, bytes, [&](const auto& former, auto& now) {
+      now = former;
+      for (wire::AapSlot& slot : now.slots) {
+        slot.header = 0;
+        changeText(slot.name, sizeof(slot.name), toName);
+        changeText(slot.id, sizeof(slot.id), toAapId);
+      }
+    });
+  }
+  if (&source == &CP_SOURCE) {
+    return changeTable<wire::CarPlaySharedMemStruct>(source, bytes, [&](const auto& former, auto& now) {
+      now.currentPhone = cpDeviceId(former.currentPhone);
+      std::transform(std::begin(former.phones), std::end(former.phones), std::begin(now.phones),
+                     [this](const cps_def::WCPAtom& atom) { return changeAtom(*this, atom); });
+      now.initialised = former.initialised;
+    });
+  }
+  return changeTable<wire::FuncInfoStruct>(
+      source, bytes, [](const auto& former, auto& now) { now.btFunctionFlag = former.btFunctionFlag; });
+}
+
+std::string Pseudonyms::saved(const std::string& bytes) const {
+  SuffixFileImage former = {};
+  std::memcpy(former.data(), bytes.data(), std::min(bytes.size(), sizeof(former)));
+  SuffixFileImage now = {};
+  for (std::size_t k = 0; k < former.size() && former[k].inUse != 0; ++k) {
+    now[k] = former[k];
+    changeText(now[k].name, sizeof(now[k].name), [this](std::string_view text) { return name(text); });
+  }
+  std::string result(reinterpret_cast<const char*>(now.data()), sizeof(now));
+  result.resize(bytes.size(), '\0');
+  return result;
+}
+
+RecordedRow Pseudonyms::row(RecordedRow row) const {
+  const auto toName = [this](std::string_view text) { return name(text); };
+  row.header.name = name(row.header.name);
+  row.header.aapId = aapId(row.header.aapId);
+  row.header.cpDeviceId = cpDeviceId(row.header.cpDeviceId);
+  changeText(row.bt, RowFormat::BT_NAME, RowFormat::BT_NAME_SIZE, toName);
+  changeText(row.bt, RowFormat::BT_ADDRESS, RowFormat::BT_ADDRESS_SIZE,
+             [this](std::string_view text) { return address(text); });
+  cps_def::WCPAtom atom = {};
+  std::memcpy(&atom, row.cp.data(), sizeof(atom));
+  atom = changeAtom(*this, atom);
+  row.cp.assign(reinterpret_cast<const char*>(&atom), sizeof(atom));
+  changeText(row.aap, RowFormat::AAP_NAME, RowFormat::AAP_NAME_SIZE, toName);
+  changeText(row.aap, RowFormat::AAP_ID, RowFormat::AAP_ID_SIZE, [this](std::string_view text) { return aapId(text); });
+  return row;
+}
+
+}  // namespace idl::tools::recording
