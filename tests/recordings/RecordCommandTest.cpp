@@ -155,4 +155,72 @@ TEST_F(Record, SaysThatItCannotWrite) {
   EXPECT_EQ(Invocation({"record", "-o", "/dev/full", "--timeout", "10ms"}).exitCode(), 3);
 }
 
+/// A recording, and a file with something else in it.
+class ACopyOfARecording : public Record {
+ protected:
+  std::string contentsOf(const std::string& path) const {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  }
+
+  std::size_t files() const {
+    const std::filesystem::directory_iterator folder(mFolder.path());
+    return static_cast<std::size_t>(std::distance(begin(folder), end(folder)));
+  }
+
+  const std::string mText = recordingOf(mFolder.path(), {});
+  const std::string mFrom = write(mFolder.path(), "from", mText);
+  const std::string mOther = write(mFolder.path(), "other", "something else");
+};
+
+TEST_F(ACopyOfARecording, TakesThePlaceOfWhatWasThere) {
+  chmod(mOther.c_str(), 0604);
+
+  EXPECT_EQ(Invocation({"record", "--from", mFrom, "-o", mOther}).exitCode(), 0);
+
+  EXPECT_EQ(contentsOf(mOther), mText);
+  EXPECT_EQ(std::filesystem::status(mOther).permissions(), std::filesystem::perms(0604));
+  EXPECT_EQ(files(), 2U);
+}
+
+TEST_F(ACopyOfARecording, IsWrittenWhereALinkLeads) {
+  const std::string link = mFolder.path() / "link";
+  std::filesystem::create_symlink("other", link);
+
+  EXPECT_EQ(Invocation({"record", "--from", mFrom, "-o", link}).exitCode(), 0);
+
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(contentsOf(mOther), mText);
+}
+
+TEST_F(ACopyOfARecording, IsNotWrittenOverWhatItIsMadeOf) {
+  const std::string link = mFolder.path() / "link";
+  std::filesystem::create_symlink("from", link);
+
+  EXPECT_EQ(Invocation({"record", "--from", mFrom, "--pseudonymise", "-o", mFrom}).exitCode(), 2);
+  EXPECT_EQ(Invocation({"record", "--from", mFrom, "--pseudonymise", "-o", link}).exitCode(), 2);
+
+  EXPECT_EQ(contentsOf(mFrom), mText);
+}
+
+TEST_F(ACopyOfARecording, LeavesWhatIsThereWhereThereIsNothingToCopy) {
+  const std::string damaged = write(mFolder.path(), "damaged", mText.substr(0, mText.find('\n') + 1) + "garbage\n");
+
+  EXPECT_EQ(Invocation({"record", "--from", mFolder.path() / "none", "-o", mOther}).exitCode(), 3);
+  EXPECT_EQ(Invocation({"record", "--from", damaged, "-o", mOther}).exitCode(), 4);
+  EXPECT_EQ(Invocation({"record", "--from", damaged, "-o", mFolder.path() / "new"}).exitCode(), 4);
+
+  EXPECT_EQ(contentsOf(mOther), "something else");
+  EXPECT_EQ(files(), 3U);
+}
+
+TEST_F(ACopyOfARecording, GoesToWhatIsNoFile) {
+  EXPECT_EQ(Invocation({"record", "--from", mFrom, "-o", "/dev/null"}).exitCode(), 0);
+  EXPECT_EQ(Invocation({"record", "--from", mFrom, "-o", "/dev/full"}).exitCode(), 3);
+  EXPECT_EQ(Invocation({"record", "--from", mFrom, "-o", mFolder.path()}).exitCode(), 3);
+  EXPECT_EQ(Invocation({"record", "--from", mFrom, "-o", "/nowhere/recording"}).exitCode(), 3);
+
+  EXPECT_TRUE(std::filesystem::is_character_file("/dev/null"));
+}
+
 }  // namespace

@@ -1,6 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -17,6 +24,8 @@
 namespace idl::tools {
 
 namespace {
+
+namespace fs = std::filesystem;
 
 constexpr std::chrono::milliseconds INTERVAL{100};
 constexpr std::chrono::milliseconds SHORTEST_INTERVAL{1};  // 0 would have the unit's processor for itself
@@ -84,22 +93,112 @@ int follow(const Options& options, std::ostream& output) {
   return EXIT_YES;
 }
 
+int cannotOpen(const std::string& path, int error, const Streams& streams) {
+  streams.err << "idlctl: " << quotedText(path) << ": " << std::strerror(error) << '\n';
+  return EXIT_CANNOT_OPEN;
+}
+
+int cannotWrite(const Streams& streams) {
+  streams.err << "idlctl: the recording could not be written to its end\n";
+  return EXIT_CANNOT_OPEN;
+}
+
+/// A new file beside the one that it is to become, which stays as it is until then; gone at the end if it became none.
+class FileBeside {
+ public:
+  /// isThere() says whether it could be made; else error() does. A link is followed.
+  explicit FileBeside(const std::string& path) {
+    std::error_code none;
+    const fs::path followed = fs::canonical(path, none);
+    mTarget = none ? fs::path(path) : followed;
+    mPath = mTarget.parent_path() / ('.' + mTarget.filename().string() + '.' + std::to_string(::getpid()));
+    const int file = ::open(mPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    mError = errno;
+    if (file == -1) {
+      return;
+    }
+    mIsThere = true;
+    struct stat status = {};
+    if (::stat(mTarget.c_str(), &status) == 0) {
+      static_cast<void>(::fchmod(file, status.st_mode & 0777));  // it is ours, so there is no way to fail
+    }
+    ::close(file);
+    mStream.open(mPath, std::ios::binary);
+  }
+
+  ~FileBeside() {
+    if (mIsThere) {
+      ::unlink(mPath.c_str());
+    }
+  }
+
+  FileBeside(const FileBeside&) = delete;
+  FileBeside& operator=(const FileBeside&) = delete;
+
+  bool isThere() const { return mIsThere; }
+  int error() const { return mError; }
+  std::ostream& stream() { return mStream; }
+
+  /// Takes the other's place. @return whether all was written, and it has
+  bool become() {
+    mStream.close();
+    if (!mStream || std::rename(mPath.c_str(), mTarget.c_str()) != 0) {
+      return false;
+    }
+    mIsThere = false;
+    return true;
+  }
+
+ private:
+  fs::path mTarget;
+  fs::path mPath;
+  std::ofstream mStream;
+  bool mIsThere = false;
+  int mError = 0;
+};
+
+// What was at the output before is lost only to a whole copy.
+int copyToFile(const Options& options, const Streams& streams) {
+  std::error_code none;
+  if (options.from != "-" && fs::equivalent(options.from, options.output, none)) {
+    streams.err << "idlctl: " << quotedText(options.output) << " is what --from reads\n";
+    return EXIT_USAGE;
+  }
+  FileBeside file(options.output);
+  if (!file.isThere()) {
+    return cannotOpen(options.output, file.error(), streams);
+  }
+  const int code = copyRecording(options, streams, file.stream());
+  if (!file.stream()) {
+    return cannotWrite(streams);
+  }
+  if (code != EXIT_YES) {
+    return code;
+  }
+  return file.become() ? EXIT_YES : cannotWrite(streams);
+}
+
+// A device, a pipe: nothing can take its place.
+bool isFile(const std::string& path) {
+  struct stat status = {};
+  return ::stat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode);
+}
+
 int run(const Options& options, const Streams& streams) {
+  if (!options.from.empty() && !options.output.empty() && isFile(options.output)) {
+    return copyToFile(options, streams);
+  }
   std::ofstream file;
   if (!options.output.empty()) {
     file.open(options.output, std::ios::binary | std::ios::trunc);
     if (!file) {
-      streams.err << "idlctl: " << quotedText(options.output) << ": " << std::strerror(errno) << '\n';
-      return EXIT_CANNOT_OPEN;
+      return cannotOpen(options.output, errno, streams);
     }
   }
   std::ostream& output = options.output.empty() ? streams.out : file;
   const int code = options.from.empty() ? follow(options, output) : copyRecording(options, streams, output);
-  if (!output) {
-    streams.err << "idlctl: the recording could not be written to its end\n";
-    return EXIT_CANNOT_OPEN;
-  }
-  return code;
+  output.flush();
+  return output ? code : cannotWrite(streams);
 }
 
 }  // namespace
@@ -124,7 +223,7 @@ void addRecord(CLI::App& app, Action& action) {
       "JSON Lines: what changed in the tables, byte by byte and decoded, and what the list became.\n"
       "Exit codes:\n"
       "  0    stopped, or the time is over\n"
-      "  2    wrong arguments, or --from is of another version of the format\n"
+      "  2    wrong arguments, --from and -o are the same file, or --from is of another version of the format\n"
       "  3    --from cannot be read, or the recording not be written\n"
       "  4    --from is damaged\n"
       "Examples:\n  idlctl record -o tuesday.jsonl\n  idlctl record --pseudonymise --timeout 1h >tuesday.jsonl\n"
