@@ -64,10 +64,52 @@ TEST_F(AHostileRecording, IsDamagedWhereItIsNone) {
   EXPECT_EQ(exitCodeOf("\n"), 4);
   EXPECT_EQ(exitCodeOf("garbage\n"), 4);
   EXPECT_EQ(exitCodeOf("[]\n"), 4);
-  EXPECT_EQ(exitCodeOf("{}\n"), 2);
+  EXPECT_EQ(exitCodeOf("{}\n"), 4);
   EXPECT_EQ(exitCodeOfLines({BEGIN}), 4);
-  EXPECT_EQ(exitCodeOf(std::string(10000, '[') + '\n'), 4);
   EXPECT_EQ(exitCodeOf(std::string(5 << 20, 'x')), 4);
+}
+
+// A copy of what had been parsed took a frame of the stack for each level, and killed whoever read the line.
+TEST_F(AHostileRecording, IsDamagedByWhatIsNestedWithoutEnd) {
+  constexpr int LEVELS = 100000;
+  const std::string arrays(LEVELS, '[');
+  std::string objects;
+  for (int k = 0; k < LEVELS; ++k) {
+    objects += R"({"a":)";
+  }
+  const std::string wholeArrays = arrays + std::string(LEVELS, ']');
+  const std::string wholeObjects = objects + '1' + std::string(LEVELS, '}');
+
+  for (const std::string& nested : {arrays, objects, wholeArrays, wholeObjects}) {
+    EXPECT_EQ(exitCodeOfLines({nested}), 4);
+    EXPECT_EQ(exitCodeOfLines({R"({"schema":)" + nested + '}'}), 4);
+    EXPECT_EQ(exitCodeOfLines({R"({"schema":1,"version":)" + nested + '}'}), 4);
+    EXPECT_EQ(exitCodeOfLines({HEADER, R"({"schema":)" + nested + '}'}), 4);
+    EXPECT_EQ(exitCodeOfLines({HEADER, BEGIN, R"({"event":"table","schema":1,"timeMs":1,"slots":)" + nested + '}'}), 4);
+  }
+}
+
+TEST_F(AHostileRecording, IsDamagedByLinesWithoutASchema) {
+  EXPECT_EQ(exitCodeOfLines({HEADER, R"({"event":"begin","timeMs":0})"}), 4);
+  EXPECT_EQ(exitCodeOfLines({HEADER, R"({"event":"begin","schema":"1","timeMs":0})"}), 4);
+  EXPECT_EQ(exitCodeOfLines({HEADER, R"({"event":"begin","schema":2,"timeMs":0})"}), 2);
+}
+
+TEST_F(AHostileRecording, MayEndWithAnEmptyLine) {
+  EXPECT_EQ(exitCodeOfLines({HEADER, BEGIN, TABLE, ""}), 0);
+  EXPECT_EQ(exitCodeOfLines({HEADER, BEGIN, "", TABLE}), 4);
+  EXPECT_EQ(exitCodeOfLines({HEADER, BEGIN, TABLE, "", ""}), 4);
+}
+
+TEST_F(AHostileRecording, IsDamagedByTextsThatNoRecordHolds) {
+  const auto withText = [this](const char* key, std::size_t length) {
+    return exitCodeOfTable([key, length](json& line) { line["list"]["rows"][0][key] = std::string(length, 'x'); });
+  };
+  EXPECT_EQ(withText("name", 260), 0);
+  EXPECT_EQ(withText("aapId", 257), 0);
+  EXPECT_EQ(withText("name", 262), 4);
+  EXPECT_EQ(withText("aapId", 258), 4);
+  EXPECT_EQ(withText("name", 3 << 20), 4);
 }
 
 TEST_F(AHostileRecording, IsRefusedInAnotherVersion) {
@@ -149,8 +191,8 @@ TEST_F(AHostileRecording, IsNotThere) {
 TEST_F(AHostileRecording, IsDamagedForWhoeverChecksIt) {
   const std::string path = write(mFolder.path(), "recording", std::string(HEADER) + '\n' + BEGIN + "\n{}\n");
 
-  EXPECT_EQ(Invocation({"replay", path, "--check"}).exitCode(), 2);
-  EXPECT_EQ(Invocation({"replay", path}).exitCode(), 2);
+  EXPECT_EQ(Invocation({"replay", path, "--check"}).exitCode(), 4);
+  EXPECT_EQ(Invocation({"replay", path}).exitCode(), 4);
 }
 
 }  // namespace

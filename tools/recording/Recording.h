@@ -17,6 +17,9 @@ namespace idl::tools::recording {
 /// The version of the format that is written, and the only one that is read.
 constexpr unsigned VERSION = 1;
 
+/// That of each line, in its member "schema".
+constexpr unsigned SCHEMA = 1;
+
 /// A phone of a list in every bit of it: the header, and the records' fields one after the other, little-endian and
 /// without gaps.
 struct RecordedRow {

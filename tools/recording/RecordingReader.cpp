@@ -17,6 +17,13 @@ using nlohmann::json;
 // Many times the longest line that is written: all tables and a full list anew have some 200 KiB.
 constexpr std::size_t LONGEST_LINE = 4 << 20;
 
+// A line has seven levels; what a stranger nests deeper would end whatever walks it by recursion.
+constexpr int DEEPEST = 16;
+
+// The longest name of a record with a number behind it, and the longest identifier.
+constexpr std::size_t LONGEST_NAME = RowFormat::AAP_NAME_SIZE + 4;
+constexpr std::size_t LONGEST_ID = RowFormat::AAP_ID_SIZE;
+
 // A list has at most the phones of all tables.
 constexpr std::uint64_t MOST_ROWS = 64;
 
@@ -83,9 +90,13 @@ std::string bytesIn(const json& object, const char* key) {
 }
 
 // A text of a phone: its bytes, where those are no UTF-8.
-std::string phoneTextIn(const json& object, const std::string& key) {
+std::string phoneTextIn(const json& object, const std::string& key, std::size_t longest) {
   const std::string hexKey = key + "Hex";
-  return object.contains(hexKey) ? bytesIn(object, hexKey.c_str()) : textIn(object, key.c_str());
+  std::string text = object.contains(hexKey) ? bytesIn(object, hexKey.c_str()) : textIn(object, key.c_str());
+  if (text.size() > longest) {
+    throw Wrong(key + " is longer than " + std::to_string(longest) + " bytes");
+  }
+  return text;
 }
 
 void applyChanges(const json& line, const char* key, std::size_t size, std::string& bytes) {
@@ -162,7 +173,7 @@ RecordedRow rowIn(const json& object) {
     throw Wrong("type is no source");
   }
   row.header.type = source->type;
-  row.header.name = phoneTextIn(object, "name");
+  row.header.name = phoneTextIn(object, "name", LONGEST_NAME);
   row.header.btid = static_cast<std::uint8_t>(numberIn(object, "btid", 255));
   const json& port = memberOf(object, "port");
   if (!port.is_number_integer() ||
@@ -172,7 +183,7 @@ RecordedRow rowIn(const json& object) {
   row.header.port = port.get<std::int32_t>();
   row.header.session = static_cast<std::uint8_t>(numberIn(object, "session", 255));
   row.header.cpDeviceId = longNumberIn(object, "cpDeviceId");
-  row.header.aapId = phoneTextIn(object, "aapId");
+  row.header.aapId = phoneTextIn(object, "aapId", LONGEST_ID);
   row.header.suffix = static_cast<std::uint8_t>(numberIn(object, "suffix", 255));
   takeRecord(object, "btBytes", row.bt);
   takeRecord(object, "cpBytes", row.cp);
@@ -203,12 +214,10 @@ RecordingReader::RecordingReader(std::istream& input) : mInput(input) {
     throw BadRecording(1, "there is no whole line");
   }
   try {
-    if (line.contains("version") && line["version"].is_number_unsigned() && line["version"] != VERSION) {
+    const std::uint64_t version = numberIn(line, "version", UINT64_MAX);
+    if (version != VERSION) {
       throw OtherVersion(mLine,
-                         "version " + line["version"].dump() + "; this program reads " + std::to_string(VERSION));
-    }
-    if (numberIn(line, "version", VERSION) != VERSION) {
-      throw Wrong("there is no such version");
+                         "version " + std::to_string(version) + "; this program reads " + std::to_string(VERSION));
     }
     mHeader = headerIn(line);
   } catch (const Wrong& wrong) {
@@ -231,11 +240,14 @@ bool RecordingReader::next(Event& event) {
   return true;
 }
 
-// False at the end. A line without its end is none.
+// False at the end. A line without its end is none, and neither is an empty one behind the last.
 bool RecordingReader::readLine(std::string& text) {
   text.clear();
   std::streambuf& input = *mInput.rdbuf();
   for (int next = input.sbumpc(); next != std::streambuf::traits_type::eof(); next = input.sbumpc()) {
+    if (next == '\n' && text.empty() && input.sgetc() == std::streambuf::traits_type::eof()) {
+      break;
+    }
     if (next == '\n') {
       ++mLine;
       return true;
@@ -255,12 +267,24 @@ bool RecordingReader::parseLine(json& line) {
   if (!readLine(text)) {
     return false;
   }
-  line = json::parse(text, nullptr, false);
+  bool isTooDeep = false;
+  const auto isWanted = [&isTooDeep](int depth, json::parse_event_t /*event*/, const json& /*parsed*/) {
+    isTooDeep = isTooDeep || depth > DEEPEST;
+    return depth <= DEEPEST;
+  };
+  line = json::parse(text, isWanted, false);
+  if (isTooDeep) {
+    throw BadRecording(mLine, "it is nested too deep");
+  }
   if (!line.is_object()) {
     throw BadRecording(mLine, "it is no JSON object");
   }
-  if (line.value("schema", json()) != 1) {
-    throw OtherVersion(mLine, "its schema is not 1");
+  const auto schema = line.find("schema");
+  if (schema == line.end() || !schema->is_number_unsigned()) {
+    throw BadRecording(mLine, "there is no schema");
+  }
+  if (schema->get<std::uint64_t>() != SCHEMA) {
+    throw OtherVersion(mLine, "its schema is not " + std::to_string(SCHEMA));
   }
   return true;
 }

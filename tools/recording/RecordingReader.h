@@ -28,7 +28,7 @@ class OtherVersion : public BadRecording {
 /// Reads a recording event by event, with whatever a stranger has put into it. What is decoded beside the bytes of
 /// tables is not looked at.
 ///
-/// A last line without its end was cut off, and counts as if it were not there.
+/// A last line without its end was cut off, and counts as if it were not there; so does an empty one behind the last.
 class RecordingReader {
  public:
   /// Reads the first line. `input` has to live as long as this object. @throw BadRecording

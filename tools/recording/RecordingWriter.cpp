@@ -15,8 +15,6 @@ namespace {
 
 using nlohmann::json;
 
-constexpr int SCHEMA = 1;
-
 // Two changes with fewer equal bytes between them are one: a new range would take as many characters.
 constexpr std::size_t GAP = 8;
 
