@@ -6,6 +6,7 @@
 #include <cctype>
 #include <map>
 #include <random>
+#include <regex>
 #include <set>
 
 #include "tools/recording/Pseudonyms.h"
@@ -16,6 +17,7 @@ namespace {
 using idl::tools::isUtf8;
 using idl::tools::recording::Pseudonyms;
 using testing::EndsWith;
+using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
@@ -91,15 +93,50 @@ TEST(AName, KeepsTheNumberAtItsEnd) {
 
   EXPECT_EQ(pseudonyms.name("iPhone 2"), pseudonyms.name("iPhone") + " 2");
   EXPECT_EQ(pseudonyms.name("iPhone 2 3"), pseudonyms.name("iPhone") + " 2 3");
-  EXPECT_EQ(pseudonyms.name("Pixel7 255"), pseudonyms.name("Pixel7") + " 255");
+  EXPECT_EQ(pseudonyms.name("Pixel7 33"), pseudonyms.name("Pixel7") + " 33");
+  EXPECT_EQ(pseudonyms.name("Phone 030 2"), pseudonyms.name("Phone 030") + " 2");
   EXPECT_THAT(pseudonyms.name("Pixel7"), EndsWith("7"));
+  EXPECT_THAT(pseudonyms.name("Phone 255"), EndsWith(" 255"));
   EXPECT_EQ(pseudonyms.name(""), "");
 }
 
+// Numbers of up to three digits had all stayed, and with them one of a telephone that is written in groups.
 TEST(AName, LosesATelephoneNumber) {
   const Pseudonyms pseudonyms(SALT);
 
-  EXPECT_THAT(pseudonyms.name("Anna 01701234567"), Not(EndsWith("01701234567")));
+  for (const char* number : {"01701234567", "030 123 456 78", "030 123 456", "0170-123 45 67", "06 12 34 56 78",
+                             "+49 30 12 34 5", "0 3 0 1 2 3 4", "112233"}) {
+    EXPECT_THAT(pseudonyms.name(std::string("Anna ") + number), Not(HasSubstr(number)));
+  }
+  const std::string name = pseudonyms.name("Anna 030 123 456 78");
+  EXPECT_THAT(name, EndsWith(" 78"));
+  EXPECT_THAT(name, Not(HasSubstr("123")));
+  EXPECT_THAT(name, Not(HasSubstr("456")));
+}
+
+TEST(AName, GetsNoNumberAtItsEndThatItDidNotHave) {
+  const Pseudonyms pseudonyms(SALT);
+  const auto isKept = [](const std::string& digits) { return digits.front() != '0' && std::stoul(digits) <= 255; };
+  std::set<std::string> names;
+  for (unsigned numbers = 10; numbers <= 1000; numbers *= 10) {
+    for (unsigned number = 0; number < numbers; ++number) {
+      const std::string digits = std::to_string(numbers + number).substr(1);
+
+      const std::string name = pseudonyms.name("Phone " + digits);
+
+      const std::string others = name.substr(name.size() - digits.size());
+      ASSERT_EQ(isKept(others), isKept(digits)) << name;
+      ASSERT_TRUE(others == digits || !isKept(digits)) << name;
+      names.insert(name);
+    }
+  }
+  EXPECT_EQ(names.size(), 1110U);
+}
+
+TEST(AName, OfHalfAMegabyteTakesNoTime) {
+  const std::string name = Pseudonyms(SALT).name(std::string(1 << 19, 'x'));
+
+  EXPECT_EQ(name.size(), std::size_t{1} << 19U);
 }
 
 TEST(AName, ThatWasCutIsStillTheBeginningOfTheWholeOne) {
@@ -110,6 +147,7 @@ TEST(AName, ThatWasCutIsStillTheBeginningOfTheWholeOne) {
 
 TEST(Names, StayWhatListsTellThemApartBy) {
   const Pseudonyms pseudonyms(SALT);
+  const std::regex twoNumbers("[0-9] [0-9]+$");
   TextsByChance texts;
   std::map<std::string, std::string> nameOf;
   for (int k = 0; k < 3000; ++k) {
@@ -119,8 +157,10 @@ TEST(Names, StayWhatListsTellThemApartBy) {
 
     ASSERT_EQ(classesOf(name), classesOf(text));
     ASSERT_EQ(isUtf8(name), isUtf8(text)) << testing::PrintToString(text);
-    for (const char* number : {" 2", " 17", " 255"}) {
-      ASSERT_EQ(pseudonyms.name(text + number), name + number);
+    for (const char* number : {" 2", " 17", " 33"}) {
+      if (!std::regex_search(text, twoNumbers)) {
+        ASSERT_EQ(pseudonyms.name(text + number), name + number) << testing::PrintToString(text);
+      }
     }
     nameOf[text] = name;
   }

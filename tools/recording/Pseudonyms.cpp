@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <numeric>
 #include <stdexcept>
@@ -21,27 +22,58 @@ namespace idl::tools::recording {
 namespace {
 
 constexpr std::size_t SALT_SIZE = 16;
-constexpr std::size_t LONGEST_NUMBER = 3;  // of digits; a list appends numbers up to 255
+
+// What a list appends, behind a blank. More phones of one name than all tables hold are in no list.
+constexpr unsigned FIRST_APPENDED = 2;
+constexpr unsigned LAST_APPENDED = 33;
+
+constexpr unsigned LARGEST_NUMBER = 255;
+constexpr std::size_t MOST_DIGITS = 3;
 
 bool isDigit(char byte) { return byte >= '0' && byte <= '9'; }
 
-// Where the numbers at the end begin: of up to three digits, with a blank before each, which the first can do without.
-std::size_t endOfStem(std::string_view text) {
-  std::size_t end = text.size();
-  for (;;) {
-    std::size_t digits = 0;
-    while (digits < end && isDigit(text[end - 1 - digits])) {
-      ++digits;
-    }
-    if (digits == 0 || digits > LONGEST_NUMBER) {
-      return end;
-    }
-    end -= digits;
-    if (end == 0 || text[end - 1] != ' ') {
-      return end;
-    }
-    --end;
+std::size_t digitsAtEnd(std::string_view text) {
+  std::size_t digits = 0;
+  while (digits < text.size() && isDigit(text[text.size() - 1 - digits])) {
+    ++digits;
   }
+  return digits;
+}
+
+// Of digits, as a name's own number is written: 1 to 255, without zeros in front. Else 0.
+unsigned numberOf(std::string_view digits) {
+  if (digits.empty() || digits.size() > MOST_DIGITS || digits.front() == '0') {
+    return 0;
+  }
+  unsigned number = 0;
+  for (const char digit : digits) {
+    number = number * 10 + static_cast<unsigned>(digit - '0');
+  }
+  return number <= LARGEST_NUMBER ? number : 0;
+}
+
+/// A name in two, the second of which stays: its own number, and one that a list may have appended. More numbers are a
+/// telephone's.
+struct Split {
+  std::size_t end = 0;         // of the first
+  bool couldHaveMore = false;  // if the first ended with a number, that would stay as well
+};
+
+Split splitName(std::string_view text) {
+  const std::size_t digits = digitsAtEnd(text);
+  const unsigned last = numberOf(text.substr(text.size() - digits));
+  if (last == 0) {
+    return {text.size(), true};
+  }
+  const std::size_t end = text.size() - digits;
+  const bool mayBeAppended = last >= FIRST_APPENDED && last <= LAST_APPENDED && end > 0 && text[end - 1] == ' ';
+  if (!mayBeAppended) {
+    return {end, false};
+  }
+  const std::string_view before = text.substr(0, end - 1);
+  const std::size_t ownDigits = digitsAtEnd(before);
+  return numberOf(before.substr(before.size() - ownDigits)) == 0 ? Split{end - 1, true}
+                                                                 : Split{before.size() - ownDigits, false};
 }
 
 using Class = std::vector<unsigned char>;
@@ -118,23 +150,68 @@ class Classes {
   bool mStays = false;
 };
 
-// Of each class the byte's stand-in is its place in an order that hangs on all bytes before it: so different texts
-// differ from their first difference on, and remain the same up to there.
-std::string substitute(const std::string& salt, const char* about, std::string_view text, Letters letters) {
+/// A substitution that goes through a text from its begin. What stands for a byte hangs on all bytes before it: so
+/// different texts differ from their first difference on, and remain the same up to there.
+class Substitution {
+ public:
+  Substitution(const std::string& salt, const char* about)
+      : mSalt(salt), mAbout(about), mBefore(KeyedHash(salt, about, "").next()) {}
+
+  /// A member that stands for this one, in an order by chance.
+  template <class Member>
+  Member next(const std::vector<Member>& members, Member member, std::string_view bytes) {
+    std::vector<Member> order = members;
+    std::sort(order.begin(), order.end());
+    const auto place = static_cast<std::size_t>(std::find(order.begin(), order.end(), member) - order.begin());
+    KeyedHash chance(mSalt, mAbout, before());
+    for (std::size_t k = order.size(); k > 1; --k) {
+      std::swap(order[k - 1], order[static_cast<std::size_t>(chance.next() % k)]);
+    }
+    mBefore = KeyedHash(mSalt, mAbout, before() + std::string(bytes)).next();
+    return order[place];
+  }
+
+ private:
+  std::string before() const { return {reinterpret_cast<const char*>(&mBefore), sizeof(mBefore)}; }
+
+  const std::string& mSalt;
+  const char* const mAbout;
+  std::uint64_t mBefore;  // of all bytes up to here; a chain, so that long texts take no longer for each byte
+};
+
+std::string substitute(Substitution& substitution, std::string_view text, Letters letters) {
   std::string result;
   Classes classes(letters);
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    const auto byte = static_cast<unsigned char>(text[at]);
-    Class members = classes.next(byte);
-    std::sort(members.begin(), members.end());
-    const auto place = static_cast<std::size_t>(std::find(members.begin(), members.end(), byte) - members.begin());
-    KeyedHash chance(salt, about, text.substr(0, at));
-    for (std::size_t k = members.size(); k > 1; --k) {
-      std::swap(members[k - 1], members[static_cast<std::size_t>(chance.next() % k)]);
-    }
-    result += static_cast<char>(members[place]);
+  for (const char byte : text) {
+    const auto value = static_cast<unsigned char>(byte);
+    result += static_cast<char>(substitution.next(classes.next(value), value, {&byte, 1}));
   }
   return result;
+}
+
+std::string substitute(const std::string& salt, const char* about, std::string_view text, Letters letters) {
+  Substitution substitution(salt, about);
+  return substitute(substitution, text, letters);
+}
+
+// The first part of a name, at whose end no number would stay that is none now.
+std::string substituteStem(const std::string& salt, std::string_view stem, bool couldHaveMore) {
+  const std::size_t digits = couldHaveMore ? digitsAtEnd(stem) : 0;
+  const std::size_t ordinary = digits <= MOST_DIGITS ? stem.size() - digits : stem.size();
+  Substitution substitution(salt, "name");
+  std::string result = substitute(substitution, stem.substr(0, ordinary), Letters::ALL);
+  if (ordinary == stem.size()) {
+    return result;
+  }
+  std::vector<std::string> members;
+  for (unsigned number = 0; number < 1000; ++number) {
+    const std::string padded = std::to_string(1000 + number).substr(1);
+    const std::string member = padded.substr(MOST_DIGITS - digits);
+    if (padded.find_first_not_of('0') >= MOST_DIGITS - digits && numberOf(member) == 0) {
+      members.push_back(member);
+    }
+  }
+  return result + substitution.next(members, std::string(stem.substr(ordinary)), stem.substr(ordinary));
 }
 
 // Four rounds of a Feistel network: one to one, whatever the rounds' function is.
@@ -149,6 +226,30 @@ std::uint64_t permute(const std::string& salt, std::uint64_t number) {
     std::swap(high, low);
   }
   return std::uint64_t{high} << 32U | low;
+}
+
+// The text of a field, up to its end.
+std::string_view textOf(const std::string& image, std::size_t at, std::size_t size) {
+  return {image.data() + at, strnlen(image.data() + at, size)};
+}
+
+std::string_view ownNameOf(const RecordedRow& row) {
+  switch (row.header.type) {
+    case LmSIntegratedDeviceListDef::DEVICE_TYPE_BT:
+      return textOf(row.bt, RowFormat::BT_NAME, RowFormat::BT_NAME_SIZE);
+    case LmSIntegratedDeviceListDef::DEVICE_TYPE_CARPLAY:
+      return textOf(row.cp, offsetof(cps_def::WCPAtom, name), sizeof(cps_def::WCPAtom::name));
+    case LmSIntegratedDeviceListDef::DEVICE_TYPE_AAP:
+      break;
+  }
+  return textOf(row.aap, RowFormat::AAP_NAME, RowFormat::AAP_NAME_SIZE);
+}
+
+// The other name as the list displays it: the phone's own, and the number behind it if it has one.
+std::string displayedName(const Pseudonyms& pseudonyms, const RecordedRow& row) {
+  const std::string own(ownNameOf(row));
+  const std::string number = ' ' + std::to_string(row.header.suffix);
+  return row.header.name == own + number ? pseudonyms.name(own) + number : pseudonyms.name(row.header.name);
 }
 
 // As `change` makes it; zeros behind.
@@ -212,8 +313,8 @@ Pseudonyms::Pseudonyms() : mSalt(saltByChance()) {}
 Pseudonyms::Pseudonyms(std::string salt) : mSalt(std::move(salt)) {}
 
 std::string Pseudonyms::name(std::string_view text) const {
-  const std::size_t end = endOfStem(text);
-  return substitute(mSalt, "name", text.substr(0, end), Letters::ALL) + std::string(text.substr(end));
+  const Split split = splitName(text);
+  return substituteStem(mSalt, text.substr(0, split.end), split.couldHaveMore) + std::string(text.substr(split.end));
 }
 
 std::string Pseudonyms::address(std::string_view text) const {
@@ -298,7 +399,7 @@ std::string Pseudonyms::saved(const std::string& bytes) const {
 
 RecordedRow Pseudonyms::row(RecordedRow row) const {
   const auto toName = [this](std::string_view text) { return name(text); };
-  row.header.name = name(row.header.name);
+  row.header.name = displayedName(*this, row);
   row.header.aapId = aapId(row.header.aapId);
   row.header.cpDeviceId = cpDeviceId(row.header.cpDeviceId);
   changeText(row.bt, RowFormat::BT_NAME, RowFormat::BT_NAME_SIZE, toName);

@@ -15,8 +15,9 @@ namespace idl::tools::recording {
 /// Each is replaced by one of its length, byte by byte by one of its class: capital letter, small letter, digit, and
 /// the leading and following bytes of other characters. Blanks, punctuation, control characters and the first of two
 /// bytes stay. No two different ones become equal, and equal beginnings stay equal ones, so that a name that was cut is
-/// still the beginning of the whole one. Of a name, numbers of up to three digits at its end stay, those that a
-/// displayed name appends too: whatever merging and numbering make of the tables is the same.
+/// still the beginning of the whole one, unless at a number. Of a name, a number from 1 to 255 at its end stays, and
+/// one that a list may have appended to it: whatever merging and numbering make of the tables is the same. All other
+/// digits, such as those of a telephone's number, become others.
 ///
 /// What no client reads is made zeros: all that stands behind the end of a text, and the bytes that are the services'
 /// own.
@@ -27,6 +28,8 @@ class Pseudonyms {
 
   explicit Pseudonyms(std::string salt);
 
+  /// "iPhone 2" becomes what "iPhone" becomes, with " 2": so does every name with a number from 2 to 33 behind a blank,
+  /// unless two numbers stand before it.
   std::string name(std::string_view text) const;
   std::string address(std::string_view text) const;
   std::string aapId(std::string_view text) const;
