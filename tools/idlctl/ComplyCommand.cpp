@@ -6,7 +6,7 @@
 #include "tools/idlctl/DurationOption.h"
 #include "tools/idlctl/PhoneOutput.h"
 #include "tools/idlctl/Stopping.h"
-#include "tools/recording/Hexadecimal.h"
+#include "tools/text/Hexadecimal.h"
 #include "tools/text/JsonText.h"
 
 namespace idl::tools {
@@ -44,7 +44,7 @@ nlohmann::json jsonOf(const Finding& finding) {
   object["seen"] = finding.seen;
   object["why"] = finding.why;
   if (finding.offence) {
-    object["offending"] = {{"at", finding.offence->at}, {"hex", recording::hexadecimalOf(finding.offence->bytes)}};
+    object["offending"] = {{"at", finding.offence->at}, {"hex", hexadecimalOf(finding.offence->bytes)}};
   }
   return object;
 }
@@ -58,8 +58,7 @@ void print(const Finding& finding, const Streams& streams) {
   streams.out << colour << word << (streams.colour ? "\x1b[0m" : "") << std::string(9 - word.size(), ' ')
               << comply::titleOf(finding.rule) << ": " << finding.why << '\n';
   if (finding.offence) {
-    streams.out << "         at " << finding.offence->at << ": " << recording::hexadecimalOf(finding.offence->bytes)
-                << '\n';
+    streams.out << "         at " << finding.offence->at << ": " << hexadecimalOf(finding.offence->bytes) << '\n';
   }
 }
 

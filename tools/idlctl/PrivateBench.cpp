@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/idlctl/PrivateBench.h"
 
-#include <fcntl.h>
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,6 +11,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "tools/recording/OwnMounts.h"
 #include "tools/text/Escape.h"
 
 namespace idl::tools {
@@ -54,36 +53,12 @@ std::string ensureFolderOf(const std::string& name) {
   return benches + '/' + name;
 }
 
-void write(const char* file, const std::string& text) {
-  const int descriptor = open(file, O_WRONLY | O_CLOEXEC);
-  const bool isWritten =
-      descriptor >= 0 && ::write(descriptor, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-  const int reason = errno;
-  if (descriptor >= 0) {
-    close(descriptor);
-  }
-  if (!isWritten) {
-    errno = reason;
-    fail(std::string(file) + " cannot be written");
-  }
-}
-
-// A mount namespace is root's to make. Others have to be root of a user namespace, in which they stay who they are to
-// see.
 void leaveTheSystemsMounts() {
-  if (unshare(CLONE_NEWNS) == 0) {
-    return;
+  try {
+    recording::haveOwnMounts();
+  } catch (const std::runtime_error& wrong) {
+    throw std::runtime_error(std::string("--private: ") + wrong.what());
   }
-  const std::string user = std::to_string(geteuid());
-  const std::string group = std::to_string(getegid());
-  if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
-    fail(
-        "this kernel lets this user have no namespace of their own (as root it does; see user.max_user_namespaces and "
-        "kernel.unprivileged_userns_clone)");
-  }
-  write("/proc/self/setgroups", "deny");
-  write("/proc/self/uid_map", user + ' ' + user + " 1");
-  write("/proc/self/gid_map", group + ' ' + group + " 1");
 }
 
 }  // namespace
@@ -104,9 +79,7 @@ void enterPrivateBench(const std::string& name) {
   ensureOwnFolder(memory);
   ensureOwnFolder(saved);
   leaveTheSystemsMounts();
-  // What is mounted here must not be seen outside.
-  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-      mount(memory.c_str(), SHARED_MEMORY, nullptr, MS_BIND, nullptr) != 0) {
+  if (mount(memory.c_str(), SHARED_MEMORY, nullptr, MS_BIND, nullptr) != 0) {
     fail("the folder cannot be bound over " + std::string(SHARED_MEMORY));
   }
   enteredSaveFolder = saved;

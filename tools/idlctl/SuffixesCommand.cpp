@@ -137,7 +137,7 @@ int check(const Options& options, const Streams& streams) {
 // By the file service, so that the file is replaced as a whole, keeps its mode, and survives a power cut in the middle.
 bool save(const std::string& folder, const SuffixFileImage& image) {
   setenv("LM_SAVE_FILE_DIR", folder.c_str(), 1);
-  const std::unique_ptr<SaveFileAccess> file(SaveFileAccessFactory::getInstance()->Create("IDLSuffix.ini", "w"));
+  const std::unique_ptr<SaveFileAccess> file(SaveFileAccessFactory::getInstance()->Create(SAVED_TABLE_FILE, "w"));
   file->FOpen();
   const bool isWritten = file->Write(image.data(), sizeof(image)) == static_cast<int>(sizeof(image)) && file->Flush();
   file->FClose();

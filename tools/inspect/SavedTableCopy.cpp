@@ -16,12 +16,6 @@
 
 namespace idl::tools {
 
-namespace {
-
-constexpr char FILE_NAME[] = "/IDLSuffix.ini";
-
-}  // namespace
-
 // A person who looks at a unit means the unit's numbers, be they root's.
 std::string savedTableFolder(const std::string& chosen) {
   if (!chosen.empty()) {
@@ -34,7 +28,7 @@ std::string savedTableFolder(const std::string& chosen) {
 
 SavedTableCopy copySavedTable(const std::string& folder) {
   SavedTableCopy copy;
-  copy.path = folder + FILE_NAME;
+  copy.path = folder + '/' + SAVED_TABLE_FILE;
   const Descriptor file(::open(copy.path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   struct stat status = {};
   if (!file.isOpen() || fstat(file.get(), &status) != 0) {

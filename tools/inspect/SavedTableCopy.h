@@ -12,6 +12,9 @@
 
 namespace idl::tools {
 
+/// The name of the file of saved numbers, in whichever folder.
+constexpr char SAVED_TABLE_FILE[] = "IDLSuffix.ini";
+
 /// The file of saved numbers as it is now; read without changing anything.
 struct SavedTableCopy {
   enum class State {

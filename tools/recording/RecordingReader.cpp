@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "SuffixRecord.h"
-#include "tools/recording/Hexadecimal.h"
+#include "tools/text/Hexadecimal.h"
 
 namespace idl::tools::recording {
 

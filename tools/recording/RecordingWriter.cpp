@@ -6,7 +6,7 @@
 
 #include "tools/inspect/RecordJson.h"
 #include "tools/inspect/TableDump.h"
-#include "tools/recording/Hexadecimal.h"
+#include "tools/text/Hexadecimal.h"
 #include "tools/text/JsonText.h"
 
 namespace idl::tools::recording {

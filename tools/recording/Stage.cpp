@@ -6,12 +6,14 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <functional>
+#include <stdexcept>
 #include <system_error>
 
 #include "IntegratedDeviceList/LmSIntegratedDeviceList.h"
-#include "tools/recording/OwnSharedMemory.h"
+#include "tools/inspect/Unit.h"
+#include "tools/recording/OwnMounts.h"
+#include "tools/recording/SavedFile.h"
 #include "tools/recording/TableWriter.h"
 #include "tools/scenario/Bench.h"
 #include "tools/scenario/Helper.h"
@@ -108,17 +110,8 @@ class Client {
   }
 
  private:
-  static bool isThere(const TableCopy& copy) { return copy.isRead() || copy.state == TableCopy::State::NOT_A_TABLE; }
-
   TableWriter mWriter;
 };
-
-void writeSaved(const fs::path& folder, const SavedTableCopy& saved) {
-  if (saved.isRead()) {
-    std::ofstream file(folder / "IDLSuffix.ini", std::ios::binary);
-    file.write(saved.bytes.data(), static_cast<std::streamsize>(saved.bytes.size()));
-  }
-}
 
 void runStage(const std::string& saveFolder, const BenchEnd& end) {
   ::setenv("LM_SAVE_FILE_DIR", saveFolder.c_str(), 1);
@@ -128,11 +121,16 @@ void runStage(const std::string& saveFolder, const BenchEnd& end) {
 
 // With both folders in the one that nobody else has, and that is gone with the process.
 void runStageApart(const SavedTableCopy& saved, const BenchEnd& end) {
-  haveOwnSharedMemory();
-  const fs::path folder = "/dev/shm/saved";
+  try {
+    haveOwnSharedMemory();
+  } catch (const std::runtime_error& wrong) {
+    throw std::runtime_error(std::string(wrong.what()) +
+                             "; with --here the shared-memory folder that is there is used");
+  }
+  const std::string folder = "/dev/shm/saved";
   fs::create_directory(folder);
   writeSaved(folder, saved);
-  runStage(folder.string(), end);
+  runStage(folder, end);
 }
 
 std::uint64_t numberOf(const Source& source) { return static_cast<std::uint64_t>(source.type); }
@@ -148,7 +146,7 @@ class Stage::SaveFolder {
       throw BenchTrouble("no folder for the saved file: " + std::generic_category().message(errno));
     }
     mPath = path;
-    writeSaved(mPath, saved);
+    writeSaved(mPath.string(), saved);
   }
 
   ~SaveFolder() {

@@ -21,7 +21,7 @@ namespace idl::tools::recording {
 class Stage {
  public:
   /// Which shared-memory folder: one of its own, for which the kernel has to allow a mount namespace, or the one that
-  /// this process has.
+  /// this process has; in that no table may be anybody else's.
   enum class Folder { OWN, FOUND };
 
   /// The list begins, with these; both may be such as were never read.

@@ -9,7 +9,6 @@
 #include "simulator/BtPublisher.h"
 #include "simulator/CpPublisher.h"
 #include "simulator/FuncInfoPublisher.h"
-#include "simulator/TableClaim.h"
 
 namespace idl::tools::recording {
 
@@ -28,9 +27,6 @@ class Table {
     if (copy.state == TableCopy::State::UNREADABLE) {
       return;
     }
-    if (mClaim == nullptr) {
-      mClaim = std::make_unique<bench::TableClaim>(mSegment);
-    }
     if (copy.isAbsent()) {
       bench::removeObject(mSegment);
       mPublisher.reset();
@@ -47,7 +43,6 @@ class Table {
 
  private:
   const char* const mSegment;
-  std::unique_ptr<bench::TableClaim> mClaim;
   std::unique_ptr<Publisher> mPublisher;
 };
 

@@ -9,9 +9,9 @@
 namespace idl::tools::recording {
 
 /// Publishes tables as they were copied, byte by byte, through the bench's stand-ins, and tells of each change. Claims
-/// a table before it writes it for the first time. Tables that are absent are not made; they stay when this is gone.
-/// @throw bench::TableTaken from every function when another stand-in has the table, std::runtime_error when it cannot
-///        be written
+/// none of them: whoever uses it has claimed all, or is alone. Tables that are absent are not made; they stay when this
+/// is gone.
+/// @throw std::runtime_error from every function when a table cannot be written
 class TableWriter {
  public:
   TableWriter();

@@ -3,6 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tools/text/Hexadecimal.h"
 #include "tools/text/Utf8.h"
 
 namespace idl::tools {
@@ -10,17 +11,6 @@ namespace idl::tools {
 namespace {
 
 constexpr char32_t REPLACEMENT = 0xFFFD;
-
-std::string hexadecimal(std::string_view bytes) {
-  static constexpr char DIGITS[] = "0123456789abcdef";
-  std::string text;
-  for (const char byte : bytes) {
-    const auto value = static_cast<unsigned char>(byte);
-    text += DIGITS[value >> 4U];
-    text += DIGITS[value & 15U];
-  }
-  return text;
-}
 
 std::string withReplacements(std::string_view bytes) {
   std::string text;
@@ -43,7 +33,7 @@ void setText(nlohmann::json& object, const std::string& key, std::string_view by
   if (isUtf8(bytes)) {
     object.erase(key + "Hex");
   } else {
-    object[key + "Hex"] = hexadecimal(bytes);
+    object[key + "Hex"] = hexadecimalOf(bytes);
   }
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/recording/Hexadecimal.h"
+#include "tools/text/Hexadecimal.h"
 
-namespace idl::tools::recording {
+namespace idl::tools {
 
 namespace {
 
@@ -37,4 +37,4 @@ std::optional<std::string> bytesOf(std::string_view hexadecimal) {
   return bytes;
 }
 
-}  // namespace idl::tools::recording
+}  // namespace idl::tools
