@@ -10,6 +10,7 @@
 #include "idlctl/Invocation.h"
 #include "recordings/RecordingSteps.h"
 #include "support/ChildProcess.h"
+#include "support/PhoneTables.h"
 #include "support/SaveFolder.h"
 #include "support/Users.h"
 
@@ -103,6 +104,7 @@ TEST_F(Record, IsThereLineByLineWhenItsRecorderIsKilled) {
 
   recorder.signal(SIGKILL);
   recorder.wait();
+  removePhoneTables();
 
   const Invocation check({"replay", path, "--check", "--here"});
   EXPECT_EQ(check.exitCode(), 0) << check.err();

@@ -1,19 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iostream>
 #include <memory>
+#include <stdexcept>
 
 #include "simulator/TableClaim.h"
 #include "tools/idlctl/Command.h"
 #include "tools/idlctl/DurationOption.h"
+#include "tools/idlctl/InputFile.h"
 #include "tools/idlctl/PhoneOutput.h"
 #include "tools/idlctl/RecordingInput.h"
+#include "tools/idlctl/SpeedOption.h"
 #include "tools/idlctl/Stopping.h"
 #include "tools/inspect/ListDifference.h"
+#include "tools/recording/FolderAsFound.h"
+#include "tools/recording/SavedFile.h"
 #include "tools/recording/ScenarioText.h"
 #include "tools/recording/Stage.h"
+#include "tools/recording/TableClaims.h"
 #include "tools/recording/TableWriter.h"
 #include "tools/scenario/Bench.h"
 #include "tools/text/Duration.h"
@@ -22,6 +26,8 @@
 namespace idl::tools {
 
 namespace {
+
+namespace fs = std::filesystem;
 
 using recording::Event;
 using recording::RecordedList;
@@ -102,9 +108,33 @@ void explainDifference(const RecordedList& recorded, const RecordedList& now, st
   }
 }
 
+/// The shared-memory folder that is there, as a stage: nobody's tables are in it, and none stay.
+class FoundFolder {
+ public:
+  /// @throw bench::TableTaken when another stand-in has a table.
+  FoundFolder() = default;
+
+  /// A table that is there, and not this object's; null where there is none.
+  static const Source* somebodys() {
+    const auto* const found = std::find_if(SOURCES.begin(), SOURCES.end(),
+                                           [](const Source* source) { return !copyTableAtOnce(*source).isAbsent(); });
+    return found == SOURCES.end() ? nullptr : *found;
+  }
+
+ private:
+  const recording::FolderAsFound mFound;  // first: the claims leave files, too
+  const recording::TableClaims mClaims;
+};
+
 // Feeds the recording to the library's own list, pass by pass.
 int check(const Options& options, const Streams& streams, RecordingReader& reader) {
   const auto folder = options.isHere ? recording::Stage::Folder::FOUND : recording::Stage::Folder::OWN;
+  const Source* const taken = options.isHere ? FoundFolder::somebodys() : nullptr;
+  if (taken != nullptr) {
+    streams.err << "idlctl: " << taken->word << " (" << taken->segment << ") is there, and --here writes all tables\n";
+    return EXIT_NO;
+  }
+  const auto found = options.isHere ? std::make_unique<FoundFolder>() : nullptr;
   std::unique_ptr<recording::Stage> stage;
   TableCopy funcInfo;
   SavedTableCopy saved;
@@ -143,6 +173,10 @@ int check(const Options& options, const Streams& streams, RecordingReader& reade
         break;
     }
   }
+  if (passes == 0) {
+    streams.out << printable(options.file) << ": no passes, so that nothing was checked\n";
+    return EXIT_NO;
+  }
   streams.out << printable(options.file) << ": " << passes << " passes, the same lists\n";
   return EXIT_YES;
 }
@@ -157,59 +191,90 @@ int tellScenario(const Options& options, const Streams& streams, RecordingReader
   return EXIT_YES;
 }
 
-// Before the list begins, so that one that starts now has the same numbers.
-bool putSaved(const Options& options, const Event& event) {
-  if (options.saveFolder.empty()) {
-    return true;
+// Makes it if need be. What somebody has saved is neither lost nor taken for the recording's.
+void needSaveFolder(const std::string& folder) {
+  if (folder.empty()) {
+    return;
   }
-  const std::filesystem::path path = std::filesystem::path(options.saveFolder) / "IDLSuffix.ini";
-  if (!event.saved.isRead()) {
-    std::error_code ignored;
-    std::filesystem::remove(path, ignored);
-    return true;
+  std::error_code error;
+  fs::create_directories(folder, error);
+  if (error) {
+    throw std::runtime_error(folder + ": " + error.message());
   }
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file.write(event.saved.bytes.data(), static_cast<std::streamsize>(event.saved.bytes.size()));
-  file.close();
-  return file.good();
+  if (fs::symlink_status(fs::path(folder) / SAVED_TABLE_FILE, error).type() != fs::file_type::not_found) {
+    throw std::runtime_error(folder + ": has saved numbers already; --save-dir wants a folder without");
+  }
 }
 
+/// When each event is due.
+class Pace {
+ public:
+  Pace(const Options& options, const Streams& streams) : mOptions(options), mStreams(streams) {}
+
+  /// Waits for it. @return whether a signal has come meanwhile
+  bool await(const Event& event) const {
+    if (mOptions.isStepped) {
+      mStreams.err << describe(event) << " [Enter] " << std::flush;
+      return mStopping.beforeEnter();
+    }
+    const auto due =
+        mStart + std::chrono::duration<double, std::milli>(static_cast<double>(event.time.count()) / mOptions.speed);
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - std::chrono::steady_clock::now());
+    if (mStopping.within(std::max(left, std::chrono::milliseconds(0)))) {
+      return true;
+    }
+    mStreams.err << describe(event) << std::endl;
+    return false;
+  }
+
+ private:
+  const Options& mOptions;
+  const Streams& mStreams;
+  const Stopping mStopping;
+  const std::chrono::steady_clock::time_point mStart = std::chrono::steady_clock::now();
+};
+
 int publish(const Options& options, const Streams& streams, RecordingReader& reader) {
-  const Stopping stopping;
+  needSaveFolder(options.saveFolder);
+  const recording::TableClaims claims;
+  const Pace pace(options, streams);
   recording::TableWriter writer;
-  const auto start = std::chrono::steady_clock::now();
-  bool hasBegun = false;
+  SavedTableCopy saved;
   Event event;
   for (Events events(reader, options); events.next(event);) {
-    if (options.isStepped) {
-      streams.err << describe(event) << " [Enter] " << std::flush;
-      std::string line;
-      std::getline(std::cin, line);
-    } else {
-      const auto due =
-          start + std::chrono::duration<double, std::milli>(static_cast<double>(event.time.count()) / options.speed);
-      const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - std::chrono::steady_clock::now());
-      if (stopping.within(std::max(left, std::chrono::milliseconds(0)))) {
-        return EXIT_YES;
-      }
-      streams.err << describe(event) << std::endl;
+    if (pace.await(event)) {
+      return EXIT_YES;
     }
-    hasBegun = hasBegun || event.kind == Event::Kind::BEGIN;
-    if (event.kind == Event::Kind::FUNC_INFO) {
-      writer.putFuncInfo(event.copy);
-    } else if (event.kind == Event::Kind::TABLE) {
-      writer.put(*event.source, event.copy);
-    } else if (event.kind == Event::Kind::SAVED && !hasBegun && !putSaved(options, event)) {
-      streams.err << "idlctl: " << quotedText(options.saveFolder) << ": the saved table could not be written\n";
-      return EXIT_CANNOT_OPEN;
+    switch (event.kind) {
+      case Event::Kind::FUNC_INFO:
+        writer.putFuncInfo(event.copy);
+        break;
+      case Event::Kind::SAVED:
+        saved = event.saved;
+        break;
+      case Event::Kind::BEGIN:  // a list that starts from now on has the same numbers
+        if (!options.saveFolder.empty()) {
+          recording::writeSaved(options.saveFolder, saved);
+        }
+        break;
+      case Event::Kind::TABLE:
+        writer.put(*event.source, event.copy);
+        break;
+      case Event::Kind::END:
+        break;
     }
   }
   return EXIT_YES;
 }
 
 int run(const Options& options, const Streams& streams) {
+  if (options.isStepped && options.file == STANDARD_INPUT) {
+    streams.err << "idlctl: --step reads Enter from the standard input, which the recording comes from\n";
+    return EXIT_USAGE;
+  }
+  int code = EXIT_YES;
   try {
-    return readRecording(options.file, streams, [&](RecordingReader& reader) {
+    code = readRecording(options.file, streams, [&](RecordingReader& reader) {
       return options.isChecked    ? check(options, streams, reader)
              : options.isScenario ? tellScenario(options, streams, reader)
                                   : publish(options, streams, reader);
@@ -218,6 +283,12 @@ int run(const Options& options, const Streams& streams) {
     streams.err << "idlctl: " << printable(taken.what()) << '\n';
     return EXIT_NO;
   }
+  streams.out.flush();
+  if (!streams.out) {
+    streams.err << "idlctl: standard output could not be written to its end\n";
+    return EXIT_CANNOT_OPEN;
+  }
+  return code;
 }
 
 }  // namespace
@@ -227,15 +298,15 @@ void addReplay(CLI::App& app, Action& action) {
   app.add_option("recording", options->file, "what idlctl record has written; - for standard input")
       ->required()
       ->type_name("FILE");
-  CLI::Option* speed =
-      app.add_option("--speed", options->speed, "so many times faster, 1")->check(CLI::Range(0.001, 1000000.0));
+  CLI::Option* speed = addSpeed(app, options->speed, "so many times faster, 1");
   CLI::Option* step = app.add_flag("--step", options->isStepped, "wait for Enter before each event");
   addDuration(app, "--until", options->until, "end behind that time of the recording");
-  CLI::Option* saveFolder = app.add_option("--save-dir", options->saveFolder,
-                                           "also write the saved table there with which the recorded list began");
+  CLI::Option* saveFolder =
+      app.add_option("--save-dir", options->saveFolder,
+                     "also write the saved table there with which the recorded list began; made if need be");
   CLI::Option* check =
       app.add_flag("--check", options->isChecked, "demand the recorded lists of the library, bit for bit");
-  app.add_flag("--here", options->isHere, "check in the shared-memory folder that is there, not in one of its own")
+  app.add_flag("--here", options->isHere, "check in the shared-memory folder that is there, which must have no tables")
       ->needs(check);
   CLI::Option* scenario = app.add_flag("--to-scenario", options->isScenario, "write it as a scenario");
   check->excludes(scenario);
@@ -247,9 +318,10 @@ void addReplay(CLI::App& app, Action& action) {
       "Without --check and --to-scenario it stands in for all services, in the unit's tables; run it where none are.\n"
       "Exit codes:\n"
       "  0    played, or told, or the same lists\n"
-      "  1    --check got another list, or a table has another stand-in\n"
+      "  1    --check got another list or had no pass to check, or a table is somebody else's\n"
       "  2    wrong arguments, or another version of the format\n"
-      "  3    the recording cannot be read, a table not be written, or --check has no folder of its own\n"
+      "  3    the recording cannot be read, a table or the output not be written, --check has no folder of its own,\n"
+      "       or --save-dir has saved numbers already\n"
       "  4    the recording is damaged\n"
       "Examples:\n  idlctl replay tuesday.jsonl --speed 10\n  idlctl replay tuesday.jsonl --check\n"
       "  idlctl replay tuesday.jsonl --until 90s --to-scenario >tuesday.scn");

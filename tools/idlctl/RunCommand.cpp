@@ -1,8 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
@@ -10,6 +7,7 @@
 #include "tools/idlctl/CommandLine.h"
 #include "tools/idlctl/InputFile.h"
 #include "tools/idlctl/PrivateBench.h"
+#include "tools/idlctl/SpeedOption.h"
 #include "tools/idlctl/Stopping.h"
 #include "tools/scenario/JUnit.h"
 #include "tools/scenario/Parser.h"
@@ -38,14 +36,9 @@ struct Stopped {};
 // Waits for Enter before each command; the end of the input lets the rest run.
 void awaitEnter(const scenario::Command& command, const Streams& streams, const Stopping& stopping) {
   streams.err << command.position.line << ": " << printable(command.text) << " [Enter] " << std::flush;
-  char character = 0;
-  ssize_t count = 0;
-  do {
-    if (stopping.beforeInput(STDIN_FILENO)) {
-      throw Stopped();
-    }
-    count = read(STDIN_FILENO, &character, 1);
-  } while ((count == 1 && character != '\n') || (count < 0 && errno == EINTR));
+  if (stopping.beforeEnter()) {
+    throw Stopped();
+  }
 }
 
 scenario::Runner::Options runnerOptions(const Options& options, const Streams& streams, const Stopping& stopping) {
@@ -164,7 +157,7 @@ void addRun(CLI::App& app, Action& action) {
   const auto options = std::make_shared<Options>();
   app.add_option("scenario", options->files, "files; - for standard input")->required()->type_name("SCENARIO");
   app.add_option("--seed", options->seed, "of what the scenario leaves to chance, 1");
-  app.add_option("--speed", options->speed, "waits take so many times less, 1")->check(CLI::Range(0.001, 1000000.0));
+  addSpeed(app, options->speed, "waits take so many times less, 1");
   app.add_flag("--step", options->isStepped, "wait for Enter before each command");
   app.add_option("--junit", options->junit, "write the results as JUnit XML")->type_name("FILE");
   app.add_option(

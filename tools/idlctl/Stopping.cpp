@@ -13,6 +13,8 @@ namespace idl::tools {
 
 namespace {
 
+constexpr std::chrono::hours LONGEST_WAIT{24};  // that poll() is given at once; it counts in an int
+
 sigset_t gFormer;
 int gSignals = -1;
 
@@ -37,8 +39,18 @@ Stopping::~Stopping() {
 }
 
 bool Stopping::within(std::chrono::milliseconds duration) const {
-  pollfd entry = {gSignals, POLLIN, 0};
-  return poll(&entry, 1, static_cast<int>(duration.count())) > 0;
+  for (;;) {
+    const auto begin = std::chrono::steady_clock::now();
+    const std::chrono::milliseconds slice = std::min<std::chrono::milliseconds>(duration, LONGEST_WAIT);
+    pollfd entry = {gSignals, POLLIN, 0};
+    if (poll(&entry, 1, static_cast<int>(slice.count())) > 0) {
+      return true;
+    }
+    duration -= std::chrono::ceil<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
+    if (duration <= std::chrono::milliseconds(0)) {
+      return false;
+    }
+  }
 }
 
 bool Stopping::beforeInput(int descriptor) const {
@@ -46,6 +58,18 @@ bool Stopping::beforeInput(int descriptor) const {
   while (poll(entries, 2, -1) < 0 && errno == EINTR) {
   }
   return entries[0].revents != 0;
+}
+
+bool Stopping::beforeEnter() const {
+  char character = 0;
+  ssize_t count = 0;
+  do {
+    if (beforeInput(STDIN_FILENO)) {
+      return true;
+    }
+    count = read(STDIN_FILENO, &character, 1);
+  } while ((count == 1 && character != '\n') || (count < 0 && errno == EINTR));
+  return false;
 }
 
 std::chrono::milliseconds Deadline::atMost(std::chrono::milliseconds pause) const {

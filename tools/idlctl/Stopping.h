@@ -23,6 +23,10 @@ class Stopping {
   /// Waits for a signal, or for something to read at `descriptor`, its end included.
   /// @return whether a signal has come
   bool beforeInput(int descriptor) const;
+
+  /// Waits for a signal, or for the end of a line of standard input; the end of that counts as one.
+  /// @return whether a signal has come
+  bool beforeEnter() const;
 };
 
 /// When a command has to be done; never, when nobody said.
