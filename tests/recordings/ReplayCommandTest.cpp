@@ -311,7 +311,13 @@ TEST_F(Replay, ChecksNowhereWhereATableIs) {
 }
 
 TEST_F(Replay, LeavesNothingOfACheckHere) {
-  const std::string path = record(aDayInACar());
+  // Elsewhere, so that this process has opened no lock yet.
+  ChildProcess recorder([this] {
+    record(aDayInACar());
+    return 0;
+  });
+  ASSERT_EQ(recorder.wait(), 0);
+  const std::string path = mFolder.path() / "recording";
   const auto names = [] {
     std::set<std::string> found;
     for (const auto& entry : std::filesystem::directory_iterator("/dev/shm")) {

@@ -187,7 +187,6 @@ int tellScenario(const Options& options, const Streams& streams, RecordingReader
   for (Events events(reader, options); events.next(event);) {
     scenario.take(event);
   }
-  scenario.finish();
   return EXIT_YES;
 }
 

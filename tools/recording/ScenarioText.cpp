@@ -49,36 +49,22 @@ void ScenarioText::take(const Event& event) {
       mFuncInfo = event.copy;  // clients read it when they start
       return;
     case Event::Kind::SAVED:
-      mSaved = mClientRuns ? mSaved : event.saved;
+      mSaved = event.saved;
       return;
     case Event::Kind::BEGIN:
+      beginClient();
+      return;
     case Event::Kind::END:
       return;
     case Event::Kind::TABLE:
       break;
   }
   const Source& source = *event.source;
-  // The tables that were there when the recording began, in the order in which the scenario's client refreshes them.
-  const bool isInitial = !mClientRuns && event.isPass && (mInitial == nullptr || mInitial->type < source.type);
-  if (!isInitial && !mClientRuns) {
-    beginClient();
-  }
-  if (mClientRuns) {
-    mOutput << "\n# " << durationText(event.time) << '\n';
-  }
+  mOutput << "\n# " << durationText(event.time) << '\n';
   takeTable(source, event.copy);
-  if (isInitial) {
-    mInitial = &source;
-    mToExpect = event.list;
-  } else if (event.isPass) {
+  if (event.isPass) {
     mOutput << "client refresh " << source.word << '\n';
     expect(event.list);
-  }
-}
-
-void ScenarioText::finish() {
-  if (!mClientRuns) {
-    beginClient();
   }
 }
 
@@ -96,11 +82,7 @@ void ScenarioText::beginClient() {
   if (awaitsBluetooth(mFuncInfo)) {
     mOutput << "funcinfo bt=yes\n";
   }
-  mOutput << "client start follow=no\n";
-  mClientRuns = true;
-  if (mInitial != nullptr) {
-    expect(mToExpect);
-  }
+  mOutput << "client start follow=no refresh=none\n";
 }
 
 void ScenarioText::takeTable(const Source& source, const TableCopy& copy) {
@@ -140,6 +122,11 @@ void ScenarioText::tellPhones(const Source& source, const TableCopy& copy) {
       phone.verb = "bt pair ";
     } else if (&source == &CP_SOURCE) {
       const std::uint64_t btid = number(slot, "btid");
+      if (btid == LmSIntegratedDeviceListDef::DeviceInfo::BTID_NONE) {
+        mOutput << "# CarPlay gives " << handleOf(source, slot.slot)
+                << " the Bluetooth id 255, which scenarios cannot tell\n";
+        mIsTold = false;
+      }
       phone.cpDeviceId = number(slot, "identifier");
       phone.fields += " cp=" + std::to_string(phone.cpDeviceId) + " btid=" + btidText(btid == 0 ? 255 : btid) +
                       " session=" + std::to_string(number(slot, "inSession") != 0 ? 1 : number(slot, "session"));
@@ -240,8 +227,7 @@ void ScenarioText::connect(std::uint64_t identifier) {
 void ScenarioText::expect(const RecordedList& list) {
   const char* const begin = mIsTold ? "" : "# ";
   if (!list.isStarted) {
-    mOutput << "# the list was not started; a scenario's client has refreshed bt\n";
-    mIsTold = false;
+    mOutput << begin << "expect started no\n";
     mExpected = list;
     return;
   }

@@ -23,9 +23,6 @@ class ScenarioText {
 
   void take(const Event& event);
 
-  /// Call after the last event.
-  void finish();
-
  private:
   /// A phone as its source lists it, in the scenario's words.
   struct Listed {
@@ -57,10 +54,7 @@ class ScenarioText {
   std::set<std::string> mHandles;  // that the scenario has
   TableCopy mFuncInfo;
   SavedTableCopy mSaved;
-  const Source* mInitial = nullptr;  // the table that was told last before the client begins
-  bool mClientRuns = false;
-  bool mIsTold = true;     // all that the list hangs on, up to now; numbers hang on all that was before
-  RecordedList mToExpect;  // of the last pass before the client begins
+  bool mIsTold = true;  // all that the list hangs on, up to now; numbers hang on all that was before
   RecordedList mExpected;
 };
 

@@ -30,7 +30,8 @@ enum class NameFormat { PLAIN, NUMBER_FIRST, SAME };
 
 struct ClientOptions {
   NameFormat format = NameFormat::PLAIN;
-  bool follow = true;  // refreshes a source when that tells of a change
+  bool follow = true;     // refreshes a source when that tells of a change
+  bool refreshes = true;  // all three sources at its start
 };
 
 /// A phone's number in the saved file.
@@ -80,7 +81,8 @@ class Bench {
   virtual void setBluetoothFunction(bool present) = 0;
   virtual void vanishFuncInfo() = 0;
 
-  /// Starts the client, which must not be running, and returns when it has refreshed all three sources.
+  /// Starts the client, which must not be running, and returns when its list is initialised, and all three sources are
+  /// refreshed if it does that.
   virtual void startClient(const ClientOptions& options) = 0;
 
   /// Ends the client as programs end, or kills it; it must be running.

@@ -132,7 +132,9 @@ class Client {
     }
     list->initialize();
     for (const Source source : SOURCES) {
-      refresh(source);
+      if (options.refreshes) {
+        refresh(source);
+      }
     }
   }
 

@@ -20,7 +20,7 @@ enum class ClientRequest : std::uint64_t {
 };
 
 /// A client with the library's own list, which keeps its numbers in `saveFolder`. It listens, refreshes all three
-/// sources, answers once without being asked, and serves until the bench closes its end.
+/// sources unless it is told not to, answers once without being asked, and serves until the bench closes its end.
 /// @throw std::runtime_error when it cannot begin.
 void runClient(const ClientOptions& options, const std::string& saveFolder, const BenchEnd& end);
 

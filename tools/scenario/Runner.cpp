@@ -495,6 +495,9 @@ void Runner::startClient(const Command& command) {
   if (const Value* follow = command.option("follow")) {
     mClientOptions.follow = follow->text == "yes";
   }
+  if (const Value* refresh = command.option("refresh")) {
+    mClientOptions.refreshes = refresh->text == "all";
+  }
   mBench.startClient(mClientOptions);
   mClientRuns = true;
 }

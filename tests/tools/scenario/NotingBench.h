@@ -42,7 +42,8 @@ class NotingBench : public idl::tools::scenario::Bench {
   void setBluetoothFunction(bool present) override { note(present ? "bluetooth" : "no bluetooth"); }
   void vanishFuncInfo() override { note("vanish funcinfo"); }
   void startClient(const idl::tools::scenario::ClientOptions& options) override {
-    note("start " + std::to_string(static_cast<int>(options.format)) + (options.follow ? "" : " deaf"));
+    note("start " + std::to_string(static_cast<int>(options.format)) + (options.follow ? "" : " deaf") +
+         (options.refreshes ? "" : " blind"));
   }
   void stopClient() override { note("stop"); }
   void killClient() override { note("kill"); }

@@ -112,6 +112,14 @@ TEST(AStory, OfAClientThatDoesNotFollow) {
             "");
 }
 
+TEST(AStory, OfAClientThatRefreshesWhatItIsTold) {
+  EXPECT_EQ(trouble("phone add anna name=A ; bt pair anna ; client stop ; funcinfo bt=yes\n"
+                    "client start follow=no refresh=none ; expect started no\n"
+                    "client refresh cp ; expect started no\n"
+                    "client refresh bt ; expect list A btid=1\n"),
+            "");
+}
+
 TEST(AStory, OfOtherFormats) {
   EXPECT_EQ(trouble("phone add anna name=P ; phone add ben name=P ; bt pair anna ben\n"
                     "client stop ; saved forget ; client start format=number-first\n"

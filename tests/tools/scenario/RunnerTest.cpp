@@ -154,10 +154,12 @@ TEST_F(AScenario, DamagesTables) {
 }
 
 TEST_F(AScenario, StartsAndEndsClients) {
-  EXPECT_THAT(notes("client kill ; client start format=number-first follow=no ; client restart format=same\n"
-                    "client stop ; client restart follow=yes ; client refresh aap bt ; client kill ; client start"),
-              ElementsAre("kill", "start 1 deaf", "stop", "start 2 deaf", "stop", "start 2", "refresh aap",
-                          "refresh bt", "kill", "start 0"));
+  EXPECT_THAT(
+      notes("client kill ; client start format=number-first follow=no ; client restart format=same\n"
+            "client stop ; client restart follow=yes ; client refresh aap bt ; client kill ; client start\n"
+            "client stop ; client start refresh=none ; client restart ; client restart refresh=all"),
+      ElementsAre("kill", "start 1 deaf", "stop", "start 2 deaf", "stop", "start 2", "refresh aap", "refresh bt",
+                  "kill", "start 0", "stop", "start 0 blind", "stop", "start 0 blind", "stop", "start 0"));
 }
 
 TEST_F(AScenario, SetsSavedNumbers) {
