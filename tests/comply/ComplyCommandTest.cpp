@@ -14,6 +14,7 @@
 #include "simulator/BtPublisher.h"
 #include "simulator/CpPublisher.h"
 #include "support/ChildProcess.h"
+#include "support/PhoneTables.h"
 
 namespace {
 
@@ -136,7 +137,9 @@ TEST(AServiceWhoseLockIsNotThere, IsNeverSaidToUseIt) {
 
   const Invocation comply({"comply", "bt", "--for", "500ms", "--json"});
 
-  EXPECT_NE(verdictOf(comply.json(), "writes-under-lock"), "passed");
+  const std::string verdict = verdictOf(comply.json(), "writes-under-lock");
+  EXPECT_NE(verdict, "passed");
+  EXPECT_EQ(comply.exitCode(), verdict == "broken" ? 1 : 0) << comply.out();
 }
 
 TEST(ACarPlayServiceThatTellsNobody, IsCaught) {
@@ -154,10 +157,13 @@ TEST(ACarPlayServiceThatTellsNobody, IsCaught) {
 TEST(ABluetoothServiceThatTellsNobody, IsUnknownAsLongAsNobodySaysHowItWould) {
   const Service<BtPublisher> service([](BtPublisher& bt, unsigned count) { bt.putUntold(0, phone(count)); });
 
-  EXPECT_EQ(verdictOf(Invocation({"comply", "bt", "--for", "100ms", "--json"}).json(), "notifies"), "unknown");
-  EXPECT_EQ(
-      verdictOf(Invocation({"comply", "bt", "--for", "100ms", "--notification", "77", "--json"}).json(), "notifies"),
-      "broken");
+  const Invocation unsaid({"comply", "bt", "--for", "100ms", "--json"});
+  const Invocation said({"comply", "bt", "--for", "100ms", "--notification", "77", "--json"});
+
+  EXPECT_EQ(unsaid.exitCode(), 0) << unsaid.out();
+  EXPECT_EQ(verdictOf(unsaid.json(), "notifies"), "unknown");
+  EXPECT_EQ(said.exitCode(), 1) << said.out();
+  EXPECT_EQ(verdictOf(said.json(), "notifies"), "broken");
 }
 
 TEST(AServiceThatEndsNoText, IsCaughtWithTheBytes) {
@@ -178,6 +184,32 @@ TEST(AServiceThatFreesSlotsWithZeros, IsCaught) {
   });
 
   const Invocation comply({"comply", "bt", "--for", "200ms", "--json"});
+
+  EXPECT_EQ(comply.exitCode(), 1);
+  EXPECT_EQ(verdictOf(comply.json(), "keeps-free-slots-free"), "broken");
+}
+
+// Whoever attaches the table first makes it of zeros; its service had been blamed for phones that it never wrote.
+TEST(ATableThatNobodyHasWrittenYet, IsUnknown) {
+  BtTable table;
+  table.put(4, std::string(1120, '\0'));
+
+  const Invocation comply({"comply", "bt", "--for", "200ms", "--json"});
+
+  EXPECT_EQ(comply.exitCode(), 0) << comply.out();
+  for (const char* rule : {"ends-texts", "keeps-free-slots-free", "uses-ids-in-range", "notifies"}) {
+    EXPECT_EQ(verdictOf(comply.json(), rule), "unknown") << rule;
+  }
+  EXPECT_EQ(verdictOf(comply.json(), "keeps-size-word"), "passed");
+  EXPECT_EQ(ruleOf(comply.json(), "ends-texts").at("why"), "Nobody has written the table yet.");
+}
+
+TEST(AServiceThatWritesNothingButZeros, IsCaught) {
+  const Service<BtPublisher> service([](BtPublisher& bt, unsigned) {
+    bt.writeRaw(BtPublisher::offsetOf(0), std::string(BtPublisher::SLOT_COUNT * BtPublisher::SLOT_SIZE, '\0'));
+  });
+
+  const Invocation comply({"comply", "bt", "--for", "300ms", "--json"});
 
   EXPECT_EQ(comply.exitCode(), 1);
   EXPECT_EQ(verdictOf(comply.json(), "keeps-free-slots-free"), "broken");
@@ -220,6 +252,7 @@ TEST(Comply, ChangesNothingInAUnitThatIsIdle) {
 
   const Invocation comply({"comply", "bt", "--for", "50ms"});
 
+  EXPECT_EQ(comply.exitCode(), 0) << comply.out() << comply.err();
   EXPECT_EQ(pictureOf("/dev/shm"), before);
 }
 

@@ -73,6 +73,14 @@ TEST_F(AnEmptyBluetoothTable, IsBrokenByASlotOfZeros) {
   EXPECT_EQ(verdict(Rule::KEEPS_FREE_SLOTS_FREE, BT_SOURCE), Verdict::BROKEN);
 }
 
+TEST_F(AnEmptyBluetoothTable, IsUnwrittenWhereItIsOfZeros) {
+  EXPECT_FALSE(isUnwritten(BT_SOURCE, copyTable(BT_SOURCE)));
+
+  mPublisher.writeRaw(BtPublisher::offsetOf(0), std::string(BtPublisher::SLOT_COUNT * BtPublisher::SLOT_SIZE, '\0'));
+
+  EXPECT_TRUE(isUnwritten(BT_SOURCE, copyTable(BT_SOURCE)));
+}
+
 TEST_F(AnEmptyBluetoothTable, IsBrokenByOneIdTwice) {
   mPublisher.put(0, {3, "Phone", ""});
   EXPECT_EQ(verdict(Rule::USES_IDS_IN_RANGE, BT_SOURCE), Verdict::PASSED);
@@ -100,10 +108,12 @@ TEST_F(AnEmptyCarPlayTable, IsBrokenByTheWordOfTheOtherTablesForNoBluetoothId) {
   EXPECT_EQ(verdict(Rule::USES_IDS_IN_RANGE, CP_SOURCE), Verdict::BROKEN);
 }
 
-TEST_F(AnEmptyCarPlayTable, IsBrokenByASlotWithNothingButItsIdentifier) {
+TEST_F(AnEmptyCarPlayTable, MayHaveAPhoneWithoutAName) {
   mPublisher.put(0, {7, "", 0});
 
-  EXPECT_EQ(verdict(Rule::KEEPS_FREE_SLOTS_FREE, CP_SOURCE), Verdict::BROKEN);
+  for (const Rule rule : {Rule::ENDS_TEXTS, Rule::KEEPS_FREE_SLOTS_FREE, Rule::USES_IDS_IN_RANGE}) {
+    EXPECT_EQ(verdict(rule, CP_SOURCE), Verdict::PASSED) << idOf(rule);
+  }
 }
 
 TEST_F(AnEmptyCarPlayTable, IsBrokenByATextWithoutAnEnd) {
@@ -128,10 +138,12 @@ TEST_F(AnEmptyAndroidAutoTable, IsBrokenByOneIdentifierTwice) {
   EXPECT_EQ(verdict(Rule::USES_IDS_IN_RANGE, AAP_SOURCE), Verdict::BROKEN);
 }
 
-TEST_F(AnEmptyAndroidAutoTable, IsBrokenByASlotWithNothingButItsIdentifier) {
+TEST_F(AnEmptyAndroidAutoTable, MayHaveAPhoneWithoutAName) {
   mPublisher.put(0, {"id", "", 0, 255, 0});
 
-  EXPECT_EQ(verdict(Rule::KEEPS_FREE_SLOTS_FREE, AAP_SOURCE), Verdict::BROKEN);
+  for (const Rule rule : {Rule::ENDS_TEXTS, Rule::KEEPS_FREE_SLOTS_FREE, Rule::USES_IDS_IN_RANGE}) {
+    EXPECT_EQ(verdict(rule, AAP_SOURCE), Verdict::PASSED) << idOf(rule);
+  }
 }
 
 TEST_F(AnEmptyAndroidAutoTable, IsBrokenByAnIdentifierWithoutAnEnd) {

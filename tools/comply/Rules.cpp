@@ -39,7 +39,7 @@ struct Slot {
   std::size_t at = 0;  // in the segment
   std::size_t size = 0;
   bool isOccupied = false;
-  bool isHollow = false;  // occupied, and nothing is in it but what says so
+  bool isHollow = false;  // not marked as free, and nothing is in it: where a mark of its own says that a slot is free
   std::vector<Text> texts;
   std::string key;          // what must not be there twice; empty: nothing
   std::size_t keyAt = 0;    // in the slot
@@ -64,7 +64,6 @@ Slot slotOf(const wire::BtSlot& bt) {
 Slot slotOf(const cps_def::WCPAtom& cp) {
   Slot slot;
   slot.isOccupied = cp.valid != 0 && cp.identifier != 0;
-  slot.isHollow = slot.isOccupied && cp.name[0] == '\0' && cp.btid == 0 && cp.inSession == 0 && cp.session == 0;
   slot.texts = {{"name", offsetof(cps_def::WCPAtom, name), sizeof(cp.name)}};
   slot.key = std::to_string(cp.identifier);
   slot.keyAt = offsetof(cps_def::WCPAtom, identifier);
@@ -80,8 +79,6 @@ Slot slotOf(const cps_def::WCPAtom& cp) {
 Slot slotOf(const wire::AapSlot& aap) {
   Slot slot;
   slot.isOccupied = aap.id[0] != '\0';
-  slot.isHollow =
-      slot.isOccupied && aap.name[0] == '\0' && aap.port == 0 && aap.session == 0 && (aap.btid == 0 || aap.btid == 255);
   slot.texts = {{"name", offsetof(wire::AapSlot, name), sizeof(aap.name)},
                 {"identifier", offsetof(wire::AapSlot, id), sizeof(aap.id)}};
   slot.key = std::string(fixedText(aap.id));
@@ -198,6 +195,11 @@ Judgement judgeIds(const std::vector<Slot>& slots, const TableCopy& copy) {
 const char* idOf(Rule rule) { return TEXTS.at(static_cast<std::size_t>(rule)).id; }
 
 const char* titleOf(Rule rule) { return TEXTS.at(static_cast<std::size_t>(rule)).title; }
+
+bool isUnwritten(const Source& source, const TableCopy& copy) {
+  return &source == &BT_SOURCE && copy.bytes.size() > source.dataOffset &&
+         copy.bytes.find_first_not_of('\0', source.dataOffset) == std::string::npos;
+}
 
 Judgement judge(Rule rule, const Source& source, const TableCopy& copy) {
   if (!copy.isRead()) {

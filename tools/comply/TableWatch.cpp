@@ -141,6 +141,12 @@ void TableWatch::sampleWithoutLock() {
 }
 
 void TableWatch::judgeAll(const TableCopy& copy) {
+  // A service that has written and told, and left it like this, is to blame.
+  if (isUnwritten(mSource, copy) && !mWasWritten && mTold == 0) {
+    mWasUnwritten = true;
+    see(Rule::KEEPS_SIZE_WORD, judge(Rule::KEEPS_SIZE_WORD, mSource, copy));
+    return;
+  }
   for (const Rule rule : RULES) {
     see(rule, judge(rule, mSource, copy));
   }
@@ -165,7 +171,9 @@ void TableWatch::compare(const TableCopy& now, bool afterWaiting) {
       return;
     }
   }
-  if (afterWaiting && differenceOf(former, now.bytes, mSource.dataOffset, mSource.segmentSize)) {
+  const bool wasWritten = differenceOf(former, now.bytes, mSource.dataOffset, mSource.segmentSize).has_value();
+  mWasWritten = mWasWritten || wasWritten;
+  if (afterWaiting && wasWritten) {
     see(Rule::WRITES_UNDER_LOCK, {Verdict::PASSED, {}});
   }
   if (auto change = changeForClients(mSource, former, now.bytes)) {
@@ -226,6 +234,9 @@ Finding TableWatch::findingOf(Rule rule) const {
 std::string TableWatch::whyUnknown(Rule rule) const {
   if (!mWasThere) {
     return "The table was never there.";
+  }
+  if (mWasUnwritten && rule <= Rule::USES_IDS_IN_RANGE) {
+    return "Nobody has written the table yet.";
   }
   switch (rule) {
     case Rule::ENDS_TEXTS:

@@ -79,8 +79,10 @@ class TableWatch {
   std::optional<Pending> mPending;
   TableCopy mLast;
   bool mWasThere = false;
-  bool mWasAwaited = false;  // when the lock was last given back
-  bool mHadLock = false;     // ever
+  bool mWasWritten = false;    // while it was watched
+  bool mWasUnwritten = false;  // ever, and by nobody
+  bool mWasAwaited = false;    // when the lock was last given back
+  bool mHadLock = false;       // ever
   std::uint64_t mSamples = 0;
   std::uint64_t mSamplesUnderLock = 0;
   std::uint64_t mChanges = 0;
