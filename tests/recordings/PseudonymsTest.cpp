@@ -4,17 +4,20 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <map>
 #include <random>
 #include <regex>
 #include <set>
 
+#include "SuffixRecord.h"
 #include "tools/recording/Pseudonyms.h"
 #include "tools/text/Utf8.h"
 
 namespace {
 
 using idl::tools::isUtf8;
+using idl::tools::recording::Event;
 using idl::tools::recording::Pseudonyms;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -207,6 +210,63 @@ TEST(AnIdentifierOfCarPlay, KeepsWhatItSaysOfUsbAndWhetherThereIsOne) {
 
   EXPECT_EQ(others.size(), 2000U);
   EXPECT_EQ(pseudonyms.cpDeviceId(0), 0U);
+}
+
+class ASavedTable : public testing::Test {
+ protected:
+  ASavedTable() {
+    put(0, {1, 4, "iPhone", 1});
+    put(1, {1, 5, "iPhone", 2});
+    put(2, {1, 6, "", 1});
+    std::memset(mImage[3].name, 'x', sizeof(mImage[3].name));
+    mImage[3].inUse = 1;
+    std::memcpy(mImage[0].name + 10, "SECRET", 6);  // behind the end
+    std::memcpy(mImage[5].name, "SECRET", 6);       // in a record that nobody reads
+  }
+
+  void put(std::size_t at, const SuffixRecord& record) { mImage.at(at) = record; }
+
+  std::string bytes() const { return {reinterpret_cast<const char*>(mImage.data()), sizeof(mImage)}; }
+
+  std::string other(const std::string& bytes) const {
+    Event event;
+    event.kind = Event::Kind::SAVED;
+    event.saved.state = idl::tools::SavedTableCopy::State::READ;
+    event.saved.bytes = bytes;
+    return mPseudonyms.event(event).saved.bytes;
+  }
+
+  SuffixFileImage mImage = {};
+  const Pseudonyms mPseudonyms{SALT};
+};
+
+TEST_F(ASavedTable, HasOtherNamesWithTheSameNumbers) {
+  const std::string bytes = other(this->bytes());
+
+  SuffixFileImage image = {};
+  ASSERT_EQ(bytes.size(), sizeof(image));
+  std::memcpy(image.data(), bytes.data(), sizeof(image));
+  EXPECT_EQ(std::string(image[0].name), mPseudonyms.name("iPhone"));
+  EXPECT_EQ(std::string(image[1].name), mPseudonyms.name("iPhone"));
+  EXPECT_EQ(std::string(image[2].name), "");
+  EXPECT_EQ(std::string(image[3].name, sizeof(image[3].name)), mPseudonyms.name(std::string(260, 'x')));
+  for (std::size_t k = 0; k < image.size(); ++k) {
+    EXPECT_EQ(image[k].inUse, mImage[k].inUse);
+    EXPECT_EQ(image[k].btid, mImage[k].btid);
+    EXPECT_EQ(image[k].suffix, mImage[k].suffix);
+  }
+  EXPECT_THAT(bytes, Not(HasSubstr("SECRET")));
+}
+
+TEST_F(ASavedTable, StaysAsLongAsItWas) {
+  const std::string whole = other(bytes());
+  for (std::size_t length = 0; length <= bytes().size() + 1; ++length) {
+    std::string cut = bytes();
+    cut.resize(length);
+
+    ASSERT_EQ(other(cut).size(), length);
+  }
+  EXPECT_EQ(other(bytes() + 'x').substr(0, whole.size()), whole);
 }
 
 TEST(Salts, AreOthersEachTime) { EXPECT_NE(Pseudonyms().name("A telephone"), Pseudonyms().name("A telephone")); }

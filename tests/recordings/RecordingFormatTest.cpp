@@ -8,6 +8,7 @@
 #include "support/SaveFolder.h"
 #include "tools/inspect/LiveList.h"
 #include "tools/recording/Pseudonyms.h"
+#include "tools/text/Hexadecimal.h"
 
 namespace {
 
@@ -149,6 +150,41 @@ TEST_F(ARecording, WithOtherNamesHasTheSameNumbersInTheSameOrder) {
 
   EXPECT_THAT(other.str(), Not(HasSubstr("iPhone")));
   EXPECT_THAT(other.str(), Not(HasSubstr("6950686f6e65")));
+}
+
+TEST_F(ARecording, WithOtherNamesHasNoneOfItsPhones) {
+  BtPublisher bt;
+  bt.initialise();
+  bt.put(0, {3, "Anna Phone", "00:00:5E:00:53:AB"});
+  idl::bench::CpPublisher cp;
+  cp.initialise();
+  cp.put(0, {0x1122334455667788, "Ben Phone", 0});
+  cp.setCurrentPhone(0x1122334455667788);
+  idl::bench::AapPublisher aap;
+  aap.initialise();
+  aap.put(0, {"device-4711-xyz", "Eve Phone", 0, 255, 1});
+  write(mFolder.path(), "IDLSuffix.ini",
+        std::string("\1\4Zoe Phone", 11) + std::string(251, '\0') + '\1' + std::string(263 * 9, '\0'));
+  const std::string text = recordingOf(mFolder.path(), {});
+  const Pseudonyms pseudonyms("0123456789abcdef");
+  std::ostringstream other;
+  RecordingWriter writer(other, {"", true});
+
+  for (const Event& event : eventsOf(text)) {
+    writer.write(pseudonyms.event(event));
+  }
+
+  for (const char* word : {"Anna Phone", "Ben Phone", "Eve Phone", "Zoe Phone", "00:00:5E:00:53:AB", "device-4711-xyz",
+                           "1234605616436508552"}) {
+    EXPECT_THAT(text, HasSubstr(word));
+    EXPECT_THAT(other.str(), Not(HasSubstr(word)));
+  }
+  for (const char* bytes :
+       {"Anna", "Ben", "Eve", "Zoe", "Phone", "00:00:5E", "device-4711", "\x88\x77\x66\x55\x44\x33"}) {
+    const std::string hexadecimal = idl::tools::hexadecimalOf(bytes);
+    EXPECT_THAT(text, HasSubstr(hexadecimal));
+    EXPECT_THAT(other.str(), Not(HasSubstr(hexadecimal)));
+  }
 }
 
 TEST_F(ARecording, WithOtherNamesHoldsNothingBehindTheEndOfATextAndNothingThatNobodyReads) {
