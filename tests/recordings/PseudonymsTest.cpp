@@ -241,11 +241,11 @@ class ASavedTable : public testing::Test {
 };
 
 TEST_F(ASavedTable, HasOtherNamesWithTheSameNumbers) {
-  const std::string bytes = other(this->bytes());
+  const std::string others = other(bytes());
 
   SuffixFileImage image = {};
-  ASSERT_EQ(bytes.size(), sizeof(image));
-  std::memcpy(image.data(), bytes.data(), sizeof(image));
+  ASSERT_EQ(others.size(), sizeof(image));
+  std::memcpy(image.data(), others.data(), sizeof(image));
   EXPECT_EQ(std::string(image[0].name), mPseudonyms.name("iPhone"));
   EXPECT_EQ(std::string(image[1].name), mPseudonyms.name("iPhone"));
   EXPECT_EQ(std::string(image[2].name), "");
@@ -255,7 +255,7 @@ TEST_F(ASavedTable, HasOtherNamesWithTheSameNumbers) {
     EXPECT_EQ(image[k].btid, mImage[k].btid);
     EXPECT_EQ(image[k].suffix, mImage[k].suffix);
   }
-  EXPECT_THAT(bytes, Not(HasSubstr("SECRET")));
+  EXPECT_THAT(others, Not(HasSubstr("SECRET")));
 }
 
 TEST_F(ASavedTable, StaysAsLongAsItWas) {

@@ -203,11 +203,14 @@ std::string substituteStem(const std::string& salt, std::string_view stem, bool 
   if (ordinary == stem.size()) {
     return result;
   }
+  unsigned numbers = 1;
+  for (std::size_t k = 0; k < digits; ++k) {
+    numbers *= 10;
+  }
   std::vector<std::string> members;
-  for (unsigned number = 0; number < 1000; ++number) {
-    const std::string padded = std::to_string(1000 + number).substr(1);
-    const std::string member = padded.substr(MOST_DIGITS - digits);
-    if (padded.find_first_not_of('0') >= MOST_DIGITS - digits && numberOf(member) == 0) {
+  for (unsigned number = 0; number < numbers; ++number) {
+    const std::string member = std::to_string(numbers + number).substr(1);
+    if (numberOf(member) == 0) {
       members.push_back(member);
     }
   }
