@@ -321,7 +321,7 @@ TEST_F(Replay, LeavesNothingOfACheckHere) {
   const auto names = [] {
     std::set<std::string> found;
     for (const auto& entry : std::filesystem::directory_iterator("/dev/shm")) {
-      found.insert(entry.path().filename());
+      found.insert(entry.path().filename().string());
     }
     return found;
   };

@@ -159,7 +159,7 @@ class Substitution {
 
   /// A member that stands for this one, in an order by chance.
   template <class Member>
-  Member next(const std::vector<Member>& members, Member member, std::string_view bytes) {
+  Member next(const std::vector<Member>& members, const Member& member, std::string_view bytes) {
     std::vector<Member> order = members;
     std::sort(order.begin(), order.end());
     const auto place = static_cast<std::size_t>(std::find(order.begin(), order.end(), member) - order.begin());
