@@ -2,7 +2,7 @@
 #include <memory>
 
 #include "tools/comply/TableWatch.h"
-#include "tools/idlctl/Command.h"
+#include "tools/idlctl/CommandLine.h"
 #include "tools/idlctl/DurationOption.h"
 #include "tools/idlctl/PhoneOutput.h"
 #include "tools/idlctl/Stopping.h"

@@ -12,7 +12,7 @@
 #include <iostream>
 #include <memory>
 
-#include "tools/idlctl/Command.h"
+#include "tools/idlctl/CommandLine.h"
 #include "tools/idlctl/DurationOption.h"
 #include "tools/idlctl/RecordingInput.h"
 #include "tools/idlctl/Stopping.h"

@@ -5,7 +5,7 @@
 #include <stdexcept>
 
 #include "simulator/TableClaim.h"
-#include "tools/idlctl/Command.h"
+#include "tools/idlctl/CommandLine.h"
 #include "tools/idlctl/DurationOption.h"
 #include "tools/idlctl/InputFile.h"
 #include "tools/idlctl/PhoneOutput.h"
