@@ -5,11 +5,9 @@
 #include <functional>
 #include <ostream>
 
-namespace CLI {
-class App;
-}
-
 namespace idl::tools {
+
+class Arguments;
 
 /// What idlctl ends with.
 enum ExitCode : int {
@@ -31,26 +29,26 @@ struct Streams {
 /// What a command does once its arguments are known.
 using Action = std::function<int(const Streams&)>;
 
-/// A sub-command: `add` puts it into `app`; if it is chosen, it puts what is to be done into `action`.
+/// A sub-command: `add` declares its arguments and what is done when it is chosen.
 struct Command {
   const char* name;
   const char* summary;
-  void (*add)(CLI::App& app, Action& action);
+  void (*add)(Arguments& arguments);
 };
 
-void addList(CLI::App& app, Action& action);
-void addWatch(CLI::App& app, Action& action);
-void addWait(CLI::App& app, Action& action);
-void addDump(CLI::App& app, Action& action);
-void addPublish(CLI::App& app, Action& action);
-void addRun(CLI::App& app, Action& action);
-void addRecord(CLI::App& app, Action& action);
-void addReplay(CLI::App& app, Action& action);
-void addComply(CLI::App& app, Action& action);
-void addSuffixes(CLI::App& app, Action& action);
-void addDoctor(CLI::App& app, Action& action);
-void addExec(CLI::App& app, Action& action);
-void addCompletion(CLI::App& app, Action& action);
+void addList(Arguments& arguments);
+void addWatch(Arguments& arguments);
+void addWait(Arguments& arguments);
+void addDump(Arguments& arguments);
+void addPublish(Arguments& arguments);
+void addRun(Arguments& arguments);
+void addRecord(Arguments& arguments);
+void addReplay(Arguments& arguments);
+void addComply(Arguments& arguments);
+void addSuffixes(Arguments& arguments);
+void addDoctor(Arguments& arguments);
+void addExec(Arguments& arguments);
+void addCompletion(Arguments& arguments);
 
 }  // namespace idl::tools
 

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iterator>
 #include <memory>
 #include <sstream>
 
-#include "tools/idlctl/CommandLine.h"
+#include "tools/idlctl/Arguments.h"
 #include "tools/idlctl/Idlctl.h"
 
 namespace idl::tools {
@@ -158,15 +159,15 @@ int run(const Options& options, const Streams& streams) {
 
 }  // namespace
 
-void addCompletion(CLI::App& app, Action& action) {
+void addCompletion(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
-  app.add_option("shell", options->shell, "the shell")->required()->check(CLI::IsMember({"bash", "zsh"}));
-  app.footer(
+  arguments.option("shell", options->shell, "the shell").required().oneOf({"bash", "zsh"});
+  arguments.footer(
       "Exit codes:\n"
       "  0    told\n"
       "  2    wrong arguments\n"
       "Example:\n  source <(idlctl completion bash)");
-  onChosen(app, action, options, run);
+  arguments.onChosen(options, run);
 }
 
 }  // namespace idl::tools

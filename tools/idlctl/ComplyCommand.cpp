@@ -2,8 +2,7 @@
 #include <memory>
 
 #include "tools/comply/TableWatch.h"
-#include "tools/idlctl/CommandLine.h"
-#include "tools/idlctl/DurationOption.h"
+#include "tools/idlctl/Arguments.h"
 #include "tools/idlctl/PhoneOutput.h"
 #include "tools/idlctl/Stopping.h"
 #include "tools/text/Hexadecimal.h"
@@ -110,14 +109,14 @@ int run(const Options& options, const Streams& streams) {
 
 }  // namespace
 
-void addComply(CLI::App& app, Action& action) {
+void addComply(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
-  app.add_option("source", options->source, "bt, cp or aap")->required()->check(CLI::IsMember({"bt", "cp", "aap"}));
-  app.add_flag("--json", options->isJson, "one JSON object");
-  addDuration(app, "--for", options->duration, "watch for that long, 10s");
-  app.add_option("--notification", options->notification,
-                 "the id under which this service tells of its changes; CarPlay's is known");
-  app.footer(
+  arguments.option("source", options->source, "bt, cp or aap").required().oneOf({"bt", "cp", "aap"});
+  arguments.flag("--json", options->isJson, "one JSON object");
+  arguments.duration("--for", options->duration, "watch for that long, 10s");
+  arguments.option("--notification", options->notification,
+                   "the id under which this service tells of its changes; CarPlay's is known");
+  arguments.footer(
       "Run it beside the service while that is at work. What cannot be seen is unknown. It holds the table's lock for\n"
       "3 ms at a time.\n"
       "Exit codes:\n"
@@ -126,7 +125,7 @@ void addComply(CLI::App& app, Action& action) {
       "  2    wrong arguments\n"
       "  3    the table was never there, or cannot be read\n"
       "Examples:\n  idlctl comply cp\n  idlctl comply bt --for 60s --json");
-  onChosen(app, action, options, run);
+  arguments.onChosen(options, run);
 }
 
 }  // namespace idl::tools

@@ -3,7 +3,7 @@
 #include <memory>
 #include <sstream>
 
-#include "tools/idlctl/CommandLine.h"
+#include "tools/idlctl/Arguments.h"
 #include "tools/idlctl/FindingOutput.h"
 #include "tools/idlctl/Owner.h"
 #include "tools/idlctl/PhoneOutput.h"
@@ -163,19 +163,20 @@ int run(const Options& options, const Streams& streams) {
 
 }  // namespace
 
-void addDoctor(CLI::App& app, Action& action) {
+void addDoctor(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
-  app.add_option("--save-dir", options->saveFolder,
-                 "the folder of the saved numbers; else LM_SAVE_FILE_DIR, the system's if it exists, this user's own");
-  app.add_flag("--json", options->isJson, "one JSON object");
-  app.footer(
+  arguments.option(
+      "--save-dir", options->saveFolder,
+      "the folder of the saved numbers; else LM_SAVE_FILE_DIR, the system's if it exists, this user's own");
+  arguments.flag("--json", options->isJson, "one JSON object");
+  arguments.footer(
       "Processes are named as they call themselves, each in its own container.\n"
       "Exit codes:\n"
       "  0    nothing is wrong\n"
       "  1    anything was found: a table that is absent, not to be read or damaged as well\n"
       "  2    wrong arguments\n"
       "Examples:\n  idlctl doctor\n  idlctl doctor --json | jq '.findings[].id'");
-  onChosen(app, action, options, run);
+  arguments.onChosen(options, run);
 }
 
 }  // namespace idl::tools

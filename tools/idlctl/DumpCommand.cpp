@@ -3,7 +3,7 @@
 #include <iomanip>
 #include <memory>
 
-#include "tools/idlctl/CommandLine.h"
+#include "tools/idlctl/Arguments.h"
 #include "tools/idlctl/FindingOutput.h"
 #include "tools/idlctl/PhoneOutput.h"
 #include "tools/inspect/TableDump.h"
@@ -165,17 +165,17 @@ int run(const Options& options, const Streams& streams) {
 
 }  // namespace
 
-void addDump(CLI::App& app, Action& action) {
+void addDump(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
-  app.add_option("what", options->what, "bt, cp, aap or funcinfo; or a file that holds such a segment")
-      ->required()
-      ->type_name("SOURCE|FILE");
-  app.add_option("--as", options->format, "what a file holds, if its size does not tell")
-      ->check(CLI::IsMember({"bt", "cp", "aap", "funcinfo"}));
-  CLI::Option* hex = app.add_flag("--hex", options->isHex, "the bytes");
-  app.add_flag("--check", options->isChecked, "say what is wrong with it, with 1 if anything is");
-  app.add_flag("--json", options->isJson, "one JSON object")->excludes(hex);
-  app.footer(
+  arguments.option("what", options->what, "bt, cp, aap or funcinfo; or a file that holds such a segment")
+      .required()
+      .typeName("SOURCE|FILE");
+  arguments.option("--as", options->format, "what a file holds, if its size does not tell")
+      .oneOf({"bt", "cp", "aap", "funcinfo"});
+  const Argument hex = arguments.flag("--hex", options->isHex, "the bytes");
+  arguments.flag("--check", options->isChecked, "say what is wrong with it, with 1 if anything is");
+  arguments.flag("--json", options->isJson, "one JSON object").excludes(hex);
+  arguments.footer(
       "Exit codes:\n"
       "  0    the table is told; with --check, nothing is wrong with it\n"
       "  1    --check found something, but no damage\n"
@@ -183,7 +183,7 @@ void addDump(CLI::App& app, Action& action) {
       "  3    absent, or it cannot be read, or is no table\n"
       "  4    damaged, with --check or without\n"
       "Examples:\n  idlctl dump bt\n  idlctl dump cp --check\n  idlctl dump saved.bin --as aap --json");
-  onChosen(app, action, options, run);
+  arguments.onChosen(options, run);
 }
 
 }  // namespace idl::tools

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "tools/idlctl/CommandLine.h"
+#include "tools/idlctl/Arguments.h"
 #include "tools/text/Escape.h"
 
 namespace idl::tools {
@@ -28,17 +28,17 @@ int run(const Options& options, const Streams& streams) {
 
 }  // namespace
 
-void addExec(CLI::App& app, Action& action) {
+void addExec(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
-  app.add_option("command", options->command, "the program and its arguments, behind --")
-      ->required()
-      ->type_name("COMMAND ...");
-  app.footer(
+  arguments.option("command", options->command, "the program and its arguments, behind --")
+      .required()
+      .typeName("COMMAND ...");
+  arguments.footer(
       "Exit codes, beside the program's own:\n"
       "  2    wrong arguments\n"
       "  3    the program cannot be started\n"
       "Example, a user interface that meets the phones of a bench:\n  idlctl --private=lab exec -- ./phone-screen");
-  onChosen(app, action, options, run);
+  arguments.onChosen(options, run);
 }
 
 }  // namespace idl::tools

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/idlctl/Idlctl.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <exception>
 #include <optional>
 
-#include "tools/idlctl/CommandLine.h"
+#include "tools/idlctl/Arguments.h"
 #include "tools/idlctl/PrivateBench.h"
 #include "tools/text/Escape.h"
 #include "tools/text/NearestWord.h"
@@ -89,7 +90,8 @@ void addCommands(CLI::App& app, Action& action, std::string& privateBench) {
   for (const Command& command : COMMANDS) {
     CLI::App& added = *app.add_subcommand(command.name, command.summary);
     added.fallthrough();
-    command.add(added, action);
+    Arguments arguments(added, action);
+    command.add(arguments);
   }
 }
 

@@ -7,6 +7,10 @@
 
 #include "tools/idlctl/Command.h"
 
+namespace CLI {
+class App;
+}
+
 namespace idl::tools {
 
 /// The whole program but for its process: `arguments` without the program's name.

@@ -3,7 +3,7 @@
 
 #include "FixedText.h"
 #include "IntegratedDeviceList/idl.h"
-#include "tools/idlctl/CommandLine.h"
+#include "tools/idlctl/Arguments.h"
 #include "tools/idlctl/PhoneOutput.h"
 #include "tools/text/Escape.h"
 #include "tools/text/JsonText.h"
@@ -227,19 +227,21 @@ int run(const Options& options, const Streams& streams) {
 
 }  // namespace
 
-void addList(CLI::App& app, Action& action) {
+void addList(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
-  app.add_option("--save-dir", options->saveFolder,
-                 "the folder of the saved numbers; else LM_SAVE_FILE_DIR, the system's if it exists, this user's own");
-  app.add_flag("--explain", options->explains, "say where each row's fields and number come from, and what is missing");
-  app.add_flag("--json", options->isJson, "one JSON object");
-  app.footer(
+  arguments.option(
+      "--save-dir", options->saveFolder,
+      "the folder of the saved numbers; else LM_SAVE_FILE_DIR, the system's if it exists, this user's own");
+  arguments.flag("--explain", options->explains,
+                 "say where each row's fields and number come from, and what is missing");
+  arguments.flag("--json", options->isJson, "one JSON object");
+  arguments.footer(
       "Exit codes:\n"
       "  0    the list is told, be tables absent or damaged\n"
       "  2    wrong arguments\n"
       "  3    a table is there and cannot be read\n"
       "Examples:\n  idlctl list\n  idlctl list --explain\n  idlctl list --json | jq '.devices[].name'");
-  onChosen(app, action, options, run);
+  arguments.onChosen(options, run);
 }
 
 }  // namespace idl::tools

@@ -10,8 +10,7 @@
 #include "simulator/BtPublisher.h"
 #include "simulator/CpPublisher.h"
 #include "simulator/TableClaim.h"
-#include "tools/idlctl/CommandLine.h"
-#include "tools/idlctl/DurationOption.h"
+#include "tools/idlctl/Arguments.h"
 #include "tools/idlctl/InputFile.h"
 #include "tools/idlctl/Stopping.h"
 #include "tools/inspect/Source.h"
@@ -330,22 +329,22 @@ int run(const Options& options, const Streams& streams) {
 
 }  // namespace
 
-void addPublish(CLI::App& app, Action& action) {
+void addPublish(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
-  app.add_option("source", options->source, "bt, cp or aap")->required()->check(CLI::IsMember({"bt", "cp", "aap"}));
-  app.add_option("--phone", options->phones,
-                 "a phone: fields by the names that dump has for them; without its id one of the slot's")
-      ->type_name("'KEY=VALUE ...'")
-      ->expected(1)
-      ->take_all();
-  app.add_option("--file", options->file,
-                 "a table as dump --json prints it, or the bytes of a segment; JSON has the phones alone, not what "
-                 "free slots hold");
-  app.add_option("--current", options->current, "the identifier of the phone that CarPlay has connected")
-      ->type_name("ID");
-  app.add_flag("--keep", options->keeps, "begin with the table that is there instead of an empty one");
-  addDuration(app, "--timeout", options->timeout, "stop after that time");
-  app.footer(
+  arguments.option("source", options->source, "bt, cp or aap").required().oneOf({"bt", "cp", "aap"});
+  arguments
+      .option("--phone", options->phones,
+              "a phone: fields by the names that dump has for them; without its id one of the slot's")
+      .typeName("'KEY=VALUE ...'")
+      .repeatable();
+  arguments.option("--file", options->file,
+                   "a table as dump --json prints it, or the bytes of a segment; JSON has the phones alone, not what "
+                   "free slots hold");
+  arguments.option("--current", options->current, "the identifier of the phone that CarPlay has connected")
+      .typeName("ID");
+  arguments.flag("--keep", options->keeps, "begin with the table that is there instead of an empty one");
+  arguments.duration("--timeout", options->timeout, "stop after that time");
+  arguments.footer(
       "The table stays when this is stopped, as a service's does.\n"
       "Exit codes:\n"
       "  0    stopped, or the time is over\n"
@@ -355,7 +354,7 @@ void addPublish(CLI::App& app, Action& action) {
       "Examples:\n"
       "  idlctl publish bt --phone 'name=\"iPhone\" id=3' --phone 'name=\"iPhone\" id=4'\n"
       "  idlctl dump bt --json >table.json; idlctl publish bt --file table.json");
-  onChosen(app, action, options, run);
+  arguments.onChosen(options, run);
 }
 
 }  // namespace idl::tools

@@ -12,8 +12,7 @@
 #include <iostream>
 #include <memory>
 
-#include "tools/idlctl/CommandLine.h"
-#include "tools/idlctl/DurationOption.h"
+#include "tools/idlctl/Arguments.h"
 #include "tools/idlctl/RecordingInput.h"
 #include "tools/idlctl/Stopping.h"
 #include "tools/recording/Pseudonyms.h"
@@ -203,23 +202,23 @@ int run(const Options& options, const Streams& streams) {
 
 }  // namespace
 
-void addRecord(CLI::App& app, Action& action) {
+void addRecord(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
-  app.add_option("--output,-o", options->output, "write the recording there, not to standard output")
-      ->type_name("FILE");
-  CLI::Option* saveFolder =
-      app.add_option("--save-dir", options->saveFolder,
-                     "the folder of the saved numbers; else LM_SAVE_FILE_DIR, else this user's own");
-  app.add_flag("--pseudonymise", options->isPseudonymised,
-               "other names, addresses and identifiers, by a salt that nobody keeps");
-  CLI::Option* timeout = addDuration(app, "--timeout", options->timeout, "end after that time; else when stopped");
-  CLI::Option* interval = addDuration(app, "--interval", options->interval, "look that often, 100ms");
-  app.add_option("--from", options->from, "copy that recording instead of making one; - for standard input")
-      ->type_name("FILE")
-      ->excludes(saveFolder)
-      ->excludes(timeout)
-      ->excludes(interval);
-  app.footer(
+  arguments.option("--output,-o", options->output, "write the recording there, not to standard output")
+      .typeName("FILE");
+  const Argument saveFolder =
+      arguments.option("--save-dir", options->saveFolder,
+                       "the folder of the saved numbers; else LM_SAVE_FILE_DIR, else this user's own");
+  arguments.flag("--pseudonymise", options->isPseudonymised,
+                 "other names, addresses and identifiers, by a salt that nobody keeps");
+  const Argument timeout = arguments.duration("--timeout", options->timeout, "end after that time; else when stopped");
+  const Argument interval = arguments.duration("--interval", options->interval, "look that often, 100ms");
+  arguments.option("--from", options->from, "copy that recording instead of making one; - for standard input")
+      .typeName("FILE")
+      .excludes(saveFolder)
+      .excludes(timeout)
+      .excludes(interval);
+  arguments.footer(
       "JSON Lines: what changed in the tables, byte by byte and decoded, and what the list became.\n"
       "Exit codes:\n"
       "  0    stopped, or the time is over\n"
@@ -228,7 +227,7 @@ void addRecord(CLI::App& app, Action& action) {
       "  4    --from is damaged\n"
       "Examples:\n  idlctl record -o tuesday.jsonl\n  idlctl record --pseudonymise --timeout 1h >tuesday.jsonl\n"
       "  idlctl record --from tuesday.jsonl --pseudonymise -o to-send.jsonl");
-  onChosen(app, action, options, run);
+  arguments.onChosen(options, run);
 }
 
 }  // namespace idl::tools

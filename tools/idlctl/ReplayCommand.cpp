@@ -5,12 +5,10 @@
 #include <stdexcept>
 
 #include "simulator/TableClaim.h"
-#include "tools/idlctl/CommandLine.h"
-#include "tools/idlctl/DurationOption.h"
+#include "tools/idlctl/Arguments.h"
 #include "tools/idlctl/InputFile.h"
 #include "tools/idlctl/PhoneOutput.h"
 #include "tools/idlctl/RecordingInput.h"
-#include "tools/idlctl/SpeedOption.h"
 #include "tools/idlctl/Stopping.h"
 #include "tools/inspect/ListDifference.h"
 #include "tools/recording/FolderAsFound.h"
@@ -292,28 +290,29 @@ int run(const Options& options, const Streams& streams) {
 
 }  // namespace
 
-void addReplay(CLI::App& app, Action& action) {
+void addReplay(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
-  app.add_option("recording", options->file, "what idlctl record has written; - for standard input")
-      ->required()
-      ->type_name("FILE");
-  CLI::Option* speed = addSpeed(app, options->speed, "so many times faster, 1");
-  CLI::Option* step = app.add_flag("--step", options->isStepped, "wait for Enter before each event");
-  addDuration(app, "--until", options->until, "end behind that time of the recording");
-  CLI::Option* saveFolder =
-      app.add_option("--save-dir", options->saveFolder,
-                     "also write the saved table there with which the recorded list began; made if need be");
-  CLI::Option* check =
-      app.add_flag("--check", options->isChecked, "demand the recorded lists of the library, bit for bit");
-  app.add_flag("--here", options->isHere, "check in the shared-memory folder that is there, which must have no tables")
-      ->needs(check);
-  CLI::Option* scenario = app.add_flag("--to-scenario", options->isScenario, "write it as a scenario");
-  check->excludes(scenario);
-  for (CLI::Option* publishing : {speed, step, saveFolder}) {
-    publishing->excludes(check)->excludes(scenario);
+  arguments.option("recording", options->file, "what idlctl record has written; - for standard input")
+      .required()
+      .typeName("FILE");
+  const Argument speed = arguments.speed(options->speed, "so many times faster, 1");
+  const Argument step = arguments.flag("--step", options->isStepped, "wait for Enter before each event");
+  arguments.duration("--until", options->until, "end behind that time of the recording");
+  const Argument saveFolder =
+      arguments.option("--save-dir", options->saveFolder,
+                       "also write the saved table there with which the recorded list began; made if need be");
+  const Argument check =
+      arguments.flag("--check", options->isChecked, "demand the recorded lists of the library, bit for bit");
+  arguments
+      .flag("--here", options->isHere, "check in the shared-memory folder that is there, which must have no tables")
+      .needs(check);
+  const Argument scenario = arguments.flag("--to-scenario", options->isScenario, "write it as a scenario");
+  check.excludes(scenario);
+  for (const Argument& publishing : {speed, step, saveFolder}) {
+    publishing.excludes(check).excludes(scenario);
   }
-  speed->excludes(step);
-  app.footer(
+  speed.excludes(step);
+  arguments.footer(
       "Without --check and --to-scenario it stands in for all services, in the unit's tables; run it where none are.\n"
       "Exit codes:\n"
       "  0    played, or told, or the same lists\n"
@@ -324,7 +323,7 @@ void addReplay(CLI::App& app, Action& action) {
       "  4    the recording is damaged\n"
       "Examples:\n  idlctl replay tuesday.jsonl --speed 10\n  idlctl replay tuesday.jsonl --check\n"
       "  idlctl replay tuesday.jsonl --until 90s --to-scenario >tuesday.scn");
-  onChosen(app, action, options, run);
+  arguments.onChosen(options, run);
 }
 
 }  // namespace idl::tools

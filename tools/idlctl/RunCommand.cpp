@@ -4,10 +4,9 @@
 #include <memory>
 #include <stdexcept>
 
-#include "tools/idlctl/CommandLine.h"
+#include "tools/idlctl/Arguments.h"
 #include "tools/idlctl/InputFile.h"
 #include "tools/idlctl/PrivateBench.h"
-#include "tools/idlctl/SpeedOption.h"
 #include "tools/idlctl/Stopping.h"
 #include "tools/scenario/JUnit.h"
 #include "tools/scenario/Parser.h"
@@ -153,19 +152,19 @@ int run(const Options& options, const Streams& streams) {
 
 }  // namespace
 
-void addRun(CLI::App& app, Action& action) {
+void addRun(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
-  app.add_option("scenario", options->files, "files; - for standard input")->required()->type_name("SCENARIO");
-  app.add_option("--seed", options->seed, "of what the scenario leaves to chance, 1");
-  addSpeed(app, options->speed, "waits take so many times less, 1");
-  app.add_flag("--step", options->isStepped, "wait for Enter before each command");
-  app.add_option("--junit", options->junit, "write the results as JUnit XML")->type_name("FILE");
-  app.add_option(
-         "--save-dir", options->saveFolder,
-         "the folder of the client's saved numbers, which begin empty; without it the private bench's, or one for "
-         "this run alone")
-      ->type_name("FOLDER");
-  app.footer(
+  arguments.option("scenario", options->files, "files; - for standard input").required().typeName("SCENARIO");
+  arguments.option("--seed", options->seed, "of what the scenario leaves to chance, 1");
+  arguments.speed(options->speed, "waits take so many times less, 1");
+  arguments.flag("--step", options->isStepped, "wait for Enter before each command");
+  arguments.option("--junit", options->junit, "write the results as JUnit XML").typeName("FILE");
+  arguments
+      .option("--save-dir", options->saveFolder,
+              "the folder of the client's saved numbers, which begin empty; without it the private bench's, or one for "
+              "this run alone")
+      .typeName("FOLDER");
+  arguments.footer(
       "The scenario has the unit's tables for itself: run it where no services are, or with --private.\n"
       "Exit codes, of several scenarios the highest:\n"
       "  0    all went as expected\n"
@@ -174,7 +173,7 @@ void addRun(CLI::App& app, Action& action) {
       "  3    a file cannot be read or written, or the bench failed\n"
       "Examples:\n  idlctl run story.scn\n  echo 'phone add anna; bt pair anna; random 1000' | idlctl run - --seed 7\n"
       "  idlctl run examples/scenarios/*.scn --junit results.xml");
-  onChosen(app, action, options, run);
+  arguments.onChosen(options, run);
 }
 
 }  // namespace idl::tools

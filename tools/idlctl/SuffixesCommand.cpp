@@ -11,7 +11,7 @@
 #include "LmFramework/SaveFileAccessFactory.h"
 #include "SuffixProvider.h"
 #include "SuffixRecord.h"
-#include "tools/idlctl/CommandLine.h"
+#include "tools/idlctl/Arguments.h"
 #include "tools/idlctl/FindingOutput.h"
 #include "tools/idlctl/PhoneOutput.h"
 #include "tools/text/Escape.h"
@@ -179,31 +179,32 @@ int forget(const Options& options, const Streams& streams) {
   return EXIT_YES;
 }
 
-std::shared_ptr<Options> addCommon(CLI::App& app) {
+std::shared_ptr<Options> addCommon(Arguments& arguments) {
   auto options = std::make_shared<Options>();
-  app.add_option("--save-dir", options->saveFolder,
-                 "the folder of the saved numbers; else LM_SAVE_FILE_DIR, the system's if it exists, this user's own");
+  arguments.option(
+      "--save-dir", options->saveFolder,
+      "the folder of the saved numbers; else LM_SAVE_FILE_DIR, the system's if it exists, this user's own");
   return options;
 }
 
 }  // namespace
 
-void addSuffixes(CLI::App& app, Action& action) {
-  app.require_subcommand(1);
-  app.footer("Examples:\n  idlctl suffixes show\n  idlctl suffixes check\n  idlctl suffixes forget --btid 3");
-  CLI::App& showing = *app.add_subcommand("show", "the entries");
+void addSuffixes(Arguments& arguments) {
+  arguments.requireCommand();
+  arguments.footer("Examples:\n  idlctl suffixes show\n  idlctl suffixes check\n  idlctl suffixes forget --btid 3");
+  Arguments showing = arguments.command("show", "the entries");
   const auto showOptions = addCommon(showing);
-  showing.add_flag("--json", showOptions->isJson, "one JSON object");
+  showing.flag("--json", showOptions->isJson, "one JSON object");
   showing.footer(
       "Exit codes:\n"
       "  0    the entries are told; none where there is no file\n"
       "  2    wrong arguments\n"
       "  3    the file cannot be read\n"
       "Example:\n  idlctl suffixes show --json");
-  onChosen(showing, action, showOptions, show);
-  CLI::App& checking = *app.add_subcommand("check", "what is wrong with them, and which would be displayed alike");
+  showing.onChosen(showOptions, show);
+  Arguments checking = arguments.command("check", "what is wrong with them, and which would be displayed alike");
   const auto checkOptions = addCommon(checking);
-  checking.add_flag("--json", checkOptions->isJson, "one JSON object");
+  checking.flag("--json", checkOptions->isJson, "one JSON object");
   checking.footer(
       "Exit codes:\n"
       "  0    nothing is wrong, or there is no file\n"
@@ -212,13 +213,12 @@ void addSuffixes(CLI::App& app, Action& action) {
       "  3    the file cannot be read\n"
       "  4    damaged, or clients would forget all entries\n"
       "Example:\n  idlctl suffixes check --save-dir copied");
-  onChosen(checking, action, checkOptions, check);
-  CLI::App& forgetting = *app.add_subcommand("forget", "write the file without some of them");
+  checking.onChosen(checkOptions, check);
+  Arguments forgetting = arguments.command("forget", "write the file without some of them");
   const auto forgetOptions = addCommon(forgetting);
-  CLI::Option_group* which = forgetting.add_option_group("which");
-  which->add_option("--btid", forgetOptions->btid, "the entries of that Bluetooth id")->check(CLI::Range(0, 255));
-  which->add_flag("--all", forgetOptions->isAll, "every entry");
-  which->require_option(1);
+  Arguments which = forgetting.exactlyOneOf("which");
+  which.option("--btid", forgetOptions->btid, "the entries of that Bluetooth id").inRange(0, 255);
+  which.flag("--all", forgetOptions->isAll, "every entry");
   forgetting.footer(
       "Clients read the file when they start and write it at their next change: stop them first.\n"
       "Exit codes:\n"
@@ -227,7 +227,7 @@ void addSuffixes(CLI::App& app, Action& action) {
       "  2    wrong arguments\n"
       "  3    the file cannot be read or written\n"
       "Example:\n  idlctl suffixes forget --btid 3");
-  onChosen(forgetting, action, forgetOptions, forget);
+  forgetting.onChosen(forgetOptions, forget);
 }
 
 }  // namespace idl::tools

@@ -2,8 +2,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "tools/idlctl/CommandLine.h"
-#include "tools/idlctl/DurationOption.h"
+#include "tools/idlctl/Arguments.h"
 #include "tools/idlctl/PhoneOutput.h"
 #include "tools/idlctl/Stopping.h"
 #include "tools/inspect/LiveList.h"
@@ -21,7 +20,7 @@ struct Options {
   std::optional<std::string> name;
   std::optional<unsigned> btid;
   std::optional<std::string> type;
-  std::optional<std::size_t> count;
+  std::optional<unsigned> count;
   std::string source;
   std::string state;
   bool isJson = false;
@@ -87,27 +86,25 @@ int run(const Options& options, const Streams& streams) {
 
 }  // namespace
 
-void addWait(CLI::App& app, Action& action) {
+void addWait(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
-  app.add_option("--save-dir", options->saveFolder,
-                 "the folder of the saved numbers; else LM_SAVE_FILE_DIR, the system's if it exists, this user's own");
-  CLI::Option* name =
-      app.add_option("--name", options->name, "a phone is displayed so; *, ? and [] as in a shell")->type_name("GLOB");
-  CLI::Option* btid =
-      app.add_option("--btid", options->btid, "a phone has that Bluetooth id")->check(CLI::Range(0, 255));
-  CLI::Option* type = app.add_option("--type", options->type, "a phone's header is that source's")
-                          ->check(CLI::IsMember({"bt", "cp", "aap"}));
-  CLI::Option* count = app.add_option("--count", options->count, "so many phones are listed of which the above is true")
-                           ->check(CLI::NonNegativeNumber);
-  CLI::Option* source =
-      app.add_option("--source", options->source, "a table")->check(CLI::IsMember({"bt", "cp", "aap"}));
-  CLI::Option* state = app.add_option("--state", options->state, "what it has to be")
-                           ->check(CLI::IsMember({"present", "absent"}))
-                           ->needs(source);
-  source->needs(state);
-  app.add_flag("--json", options->isJson, "one JSON object");
-  addDuration(app, "--timeout", options->timeout, "give up after that time, with 124");
-  app.footer(
+  arguments.option(
+      "--save-dir", options->saveFolder,
+      "the folder of the saved numbers; else LM_SAVE_FILE_DIR, the system's if it exists, this user's own");
+  const Argument name =
+      arguments.option("--name", options->name, "a phone is displayed so; *, ? and [] as in a shell").typeName("GLOB");
+  const Argument btid = arguments.option("--btid", options->btid, "a phone has that Bluetooth id").inRange(0, 255);
+  const Argument type =
+      arguments.option("--type", options->type, "a phone's header is that source's").oneOf({"bt", "cp", "aap"});
+  const Argument count =
+      arguments.option("--count", options->count, "so many phones are listed of which the above is true").notNegative();
+  const Argument source = arguments.option("--source", options->source, "a table").oneOf({"bt", "cp", "aap"});
+  const Argument state =
+      arguments.option("--state", options->state, "what it has to be").oneOf({"present", "absent"}).needs(source);
+  source.needs(state);
+  arguments.flag("--json", options->isJson, "one JSON object");
+  arguments.duration("--timeout", options->timeout, "give up after that time, with 124");
+  arguments.footer(
       "All that is asked for has to be true at once.\n"
       "Exit codes:\n"
       "  0    it is true\n"
@@ -116,12 +113,9 @@ void addWait(CLI::App& app, Action& action) {
       "  124  timed out before it was\n"
       "Examples:\n  idlctl wait --name 'iPhone*' --timeout 5s\n"
       "  idlctl wait --count 0\n  idlctl wait --source bt --state present");
-  app.parse_complete_callback([=] {
-    if (name->empty() && btid->empty() && type->empty() && count->empty() && source->empty()) {
-      throw CLI::RequiredError("what to wait for: --name, --btid, --type, --count or --source");
-    }
-  });
-  onChosen(app, action, options, run);
+  arguments.requireAny({name, btid, type, count, source},
+                       "what to wait for: --name, --btid, --type, --count or --source");
+  arguments.onChosen(options, run);
 }
 
 }  // namespace idl::tools

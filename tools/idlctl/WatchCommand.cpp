@@ -2,8 +2,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "tools/idlctl/CommandLine.h"
-#include "tools/idlctl/DurationOption.h"
+#include "tools/idlctl/Arguments.h"
 #include "tools/idlctl/PhoneOutput.h"
 #include "tools/idlctl/Stopping.h"
 #include "tools/inspect/LiveList.h"
@@ -150,21 +149,22 @@ int run(const Options& options, const Streams& streams) {
 
 }  // namespace
 
-void addWatch(CLI::App& app, Action& action) {
+void addWatch(Arguments& arguments) {
   const auto options = std::make_shared<Options>();
-  app.add_option("--save-dir", options->saveFolder,
-                 "the folder of the saved numbers; else LM_SAVE_FILE_DIR, the system's if it exists, this user's own");
-  app.add_flag("--json", options->isJson, "one JSON object a line");
-  app.add_option("-n", options->count, "end after so many events")->check(CLI::PositiveNumber.description("1 or more"));
-  addDuration(app, "--timeout", options->timeout, "end after that time; 124 where -n wanted more events");
-  addDuration(app, "--interval", options->interval, "time between two looks, 200ms");
-  app.footer(
+  arguments.option(
+      "--save-dir", options->saveFolder,
+      "the folder of the saved numbers; else LM_SAVE_FILE_DIR, the system's if it exists, this user's own");
+  arguments.flag("--json", options->isJson, "one JSON object a line");
+  arguments.option("-n", options->count, "end after so many events").atLeastOne();
+  arguments.duration("--timeout", options->timeout, "end after that time; 124 where -n wanted more events");
+  arguments.duration("--interval", options->interval, "time between two looks, 200ms");
+  arguments.footer(
       "Exit codes:\n"
       "  0    stopped, or so many events were told, or the time is over that was given without -n\n"
       "  2    wrong arguments\n"
       "  124  timed out before so many events\n"
       "Examples:\n  idlctl watch\n  idlctl watch --json --timeout 10s\n  idlctl watch -n 1");
-  onChosen(app, action, options, run);
+  arguments.onChosen(options, run);
 }
 
 }  // namespace idl::tools
