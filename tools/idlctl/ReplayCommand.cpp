@@ -120,8 +120,8 @@ class FoundFolder {
   }
 
  private:
-  const recording::FolderAsFound mFound;  // first: the claims leave files, too
-  const recording::TableClaims mClaims;
+  recording::FolderAsFound mFound;  // first: the claims leave files, too
+  recording::TableClaims mClaims;
 };
 
 // Feeds the recording to the library's own list, pass by pass.
