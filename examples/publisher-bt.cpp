@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a Bluetooth service does for the device list: it publishes its pairing list, and tells that it has changed.
+//
+//     publisher-bt 3 "Anna's phone" 4 "Ben's phone"    these two are paired, by id and name
+//     publisher-bt                                     nobody is
+#include <IntegratedDeviceList/WireFormat.h>
+#include <LmFramework/LmSyncGuard.h>
+#include <LmFramework/SharedMemory/LmSharedMemNotifier.h>
+#include <LmFramework/SharedMemory/LmSharedMemory.h>
+#include <LmFramework/lm_strncpy.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace {
+
+using idl::wire::BtPairedDeviceList;
+using idl::wire::BtSlot;
+
+struct Phone {
+  std::uint8_t id;  // 0 to 254
+  std::string name;
+  std::string address;
+};
+
+class PairingList {
+ public:
+  /// Replaces the whole table. @return false, with a log line that says why, when it cannot be written or told.
+  bool publish(const std::vector<Phone>& phones) {
+    const BtPairedDeviceList table = tableOf(phones);
+    {
+      const LmSyncGuard guard(mSegment);  // no reader sees a half of it
+      if (!mSegment.write(Segment::DATA_OFFSET, &table, sizeof(table))) {
+        return false;
+      }
+    }
+    ++mChanges;  // without the lock: whoever hears of it will want to take it
+    return mNotifier.Publish(NOTIFICATION_ID, &mChanges, sizeof(mChanges));
+  }
+
+ private:
+  using Segment = LmSharedMemory<BtPairedDeviceList, 1>;
+
+  static constexpr std::uint8_t FREE = 255;
+
+  // How a Bluetooth service tells is the unit's business: this id is the one of idlctl and client-that-follows.
+  static constexpr unsigned NOTIFICATION_ID = 0x42540001;
+
+  static BtPairedDeviceList tableOf(const std::vector<Phone>& phones) {
+    BtPairedDeviceList table = {};
+    for (BtSlot& slot : table.slots) {
+      slot.id = FREE;  // a slot of zeros is a phone with the id 0, not a free one
+    }
+    for (unsigned k = 0; k < phones.size() && k < BtPairedDeviceList::SLOT_COUNT; ++k) {
+      BtSlot& slot = table.slots[k];
+      slot.id = phones[k].id;
+      lm_strncpy(slot.name, phones[k].name.c_str(), sizeof(slot.name) - 1);  // cuts, and ends the text in any case
+      lm_strncpy(slot.address, phones[k].address.c_str(), sizeof(slot.address) - 1);
+      slot.flag1 = 1;
+    }
+    return table;
+  }
+
+  // Attached, or created, here; the size word in front of the table is written with it.
+  const Segment mSegment{idl::wire::BT_SEGMENT};
+  LmSharedMemNotifier mNotifier{false};
+  std::uint32_t mChanges = 0;
+};
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  std::vector<Phone> phones;
+  for (int k = 1; k + 1 < count; k += 2) {
+    phones.push_back({static_cast<std::uint8_t>(std::atoi(arguments[k])), arguments[k + 1], "00:00:5E:00:53:01"});
+  }
+  // A service publishes when it starts, also when nobody is paired, and then at each change; the table outlives it.
+  PairingList list;
+  return list.publish(phones) ? 0 : 1;
+}
