@@ -10,8 +10,8 @@ class LM_FRAMEWORK_API LmObserver_ {
   virtual ~LmObserver_();
 
   /// @param id    what changed
-  /// @param data  `size` bytes, valid during the call only; null when `size` is 0. Aligned for any
-  ///              scalar type.
+  /// @param data  valid during the call only; null when `size` is 0. Aligned for any scalar type.
+  /// @param size  of the data, in bytes
   /// @return      for the notifying side; its meaning is theirs.
   virtual unsigned Update(unsigned id, void* data, unsigned size) = 0;
 };

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Reads the tables of a unit with nothing but their documented offsets: docs/architecture.md, "The bytes".
+"""Reads the tables of a unit with nothing but their documented offsets: docs/writing-a-service.md, "The tables".
 
     read_tables.py bt                        # a segment in /dev/shm
     read_tables.py aap --file table.bin      # its bytes in a file

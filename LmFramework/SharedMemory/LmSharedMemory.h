@@ -49,7 +49,7 @@ class LmSharedMemory : public LmSharedSyncObject {
   };
 
  public:
-  static constexpr std::size_t DATA_SIZE = N * sizeof(T);  // what the size word says
+  static constexpr std::size_t DATA_SIZE = N * sizeof(T);  ///< what the size word says
   static constexpr std::size_t DATA_OFFSET = (sizeof(std::uint32_t) + alignof(T) - 1) / alignof(T) * alignof(T);
   static constexpr std::size_t SEGMENT_SIZE = sizeof(Segment);
 

@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """What a unit with a few processes has to show, in Python: the tables byte by byte, and clients that read them.
 
-It knows the formats from docs/architecture.md, and nothing of the library's code.
+It knows the formats from docs/writing-a-service.md, and nothing of the library's code.
 """
 
 import dataclasses

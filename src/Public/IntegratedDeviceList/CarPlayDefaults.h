@@ -11,8 +11,8 @@ namespace idl::wire {
 
 /// A value that a new CarPlay resource begins with. Only the CarPlay service knows what it means.
 struct CarPlayDefault {
-  unsigned offset;  // from the start of the segment
-  unsigned width;   // bytes
+  unsigned offset;  ///< from the start of the segment
+  unsigned width;   ///< bytes
   std::uint32_t value;
 };
 

@@ -31,14 +31,14 @@ struct LM_IDL_API DeviceInfo {
   DeviceInfo& operator=(DeviceInfo&&) noexcept;
   ~DeviceInfo();
 
-  DeviceType type = DEVICE_TYPE_BT;  // of a merged record: of the last source merged into it
-  std::string name;                  // any bytes but NUL; in a list, as it is to be displayed
-  std::uint8_t btid = BTID_NONE;     // Bluetooth pairing id; BTID_NONE: not paired
-  std::int32_t port = 0;             // USB port; 0: not connected by USB
-  std::uint8_t session = 0;          // session number at its source; 0: none
-  std::uint64_t cpDeviceId = 0;      // CarPlay's identifier of the phone where `type` is CarPlay's, else 0
-  std::string aapId;        // Android Auto's identifier of the phone where `type` is Android Auto's, else empty
-  std::uint8_t suffix = 0;  // number among phones of the same name, from 1; 0: none
+  DeviceType type = DEVICE_TYPE_BT;  ///< of a merged record: of the last source merged into it
+  std::string name;                  ///< any bytes but NUL; in a list, as it is to be displayed
+  std::uint8_t btid = BTID_NONE;     ///< Bluetooth pairing id; BTID_NONE: not paired
+  std::int32_t port = 0;             ///< USB port; 0: not connected by USB
+  std::uint8_t session = 0;          ///< session number at its source; 0: none
+  std::uint64_t cpDeviceId = 0;      ///< CarPlay's identifier of the phone where `type` is CarPlay's, else 0
+  std::string aapId;        ///< Android Auto's identifier of the phone where `type` is Android Auto's, else empty
+  std::uint8_t suffix = 0;  ///< number among phones of the same name, from 1; 0: none
 };
 
 /// One phone: the header above, and what each source says about it.

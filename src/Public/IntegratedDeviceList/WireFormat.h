@@ -36,7 +36,7 @@ constexpr unsigned CARPLAY_NOTIFICATION_ID = 6;
 /// Which functions the unit has. All but one byte belongs to others.
 struct FuncInfoStruct {
   alignas(4) std::uint8_t reserved1[508];
-  std::uint8_t btFunctionFlag;  // not 0: the list is not started before Bluetooth has reported
+  std::uint8_t btFunctionFlag;  ///< not 0: the list is not started before Bluetooth has reported
   std::uint8_t reserved2[1595];
 };
 static_assert(sizeof(FuncInfoStruct) == 2104 && alignof(FuncInfoStruct) == 4);
@@ -46,9 +46,9 @@ static_assert(std::is_trivial_v<FuncInfoStruct> && std::is_standard_layout_v<Fun
 /// One phone in the Bluetooth pairing list.
 struct BtSlot {
   alignas(4) std::uint32_t header;
-  std::uint8_t id;   // pairing id, 255: free; a slot of zeros is a phone with id 0
-  char name[81];     // NUL-terminated
-  char address[18];  // NUL-terminated
+  std::uint8_t id;   ///< pairing id, 255: free; a slot of zeros is a phone with id 0
+  char name[81];     ///< NUL-terminated
+  char address[18];  ///< NUL-terminated
   alignas(4) std::uint32_t info;
   std::uint8_t flag1;
   std::uint8_t flag2;
@@ -71,10 +71,10 @@ static_assert(sizeof(BtPairedDeviceList) == 1120 && alignof(BtPairedDeviceList) 
 struct AapSlot {
   alignas(4) std::uint32_t header;
   std::uint8_t session;
-  char name[257];                // NUL-terminated
-  char id[257];                  // NUL-terminated; empty: free
-  std::uint8_t btid;             // Bluetooth pairing id, 255: not paired
-  alignas(4) std::int32_t port;  // USB port, 0: not connected by USB
+  char name[257];                ///< NUL-terminated
+  char id[257];                  ///< NUL-terminated; empty: free
+  std::uint8_t btid;             ///< Bluetooth pairing id, 255: not paired
+  alignas(4) std::int32_t port;  ///< USB port, 0: not connected by USB
 };
 static_assert(sizeof(AapSlot) == 524 && alignof(AapSlot) == 4);
 static_assert(offsetof(AapSlot, header) == 0 && offsetof(AapSlot, session) == 4 && offsetof(AapSlot, name) == 5 &&
@@ -94,12 +94,12 @@ struct CarPlaySharedMemStruct {
   static constexpr unsigned PHONE_COUNT = 11;
 
   alignas(8) std::uint8_t reserved1[1064];
-  alignas(8) std::uint64_t currentPhone;  // 1072: identifier of the connected phone, 0: none. Bit 41 (bit 9 of the
-                                          // word at 1076) also says that the other phones are attached by USB.
+  alignas(8) std::uint64_t currentPhone;  ///< 1072: identifier of the connected phone, 0: none. Bit 41 (bit 9 of the
+                                          ///< word at 1076) also says that the other phones are attached by USB.
   std::uint8_t reserved2[720];
-  cps_def::WCPAtom phones[PHONE_COUNT];  // 1800
+  cps_def::WCPAtom phones[PHONE_COUNT];  ///< 1800
   std::uint8_t reserved3[8676];
-  std::uint8_t initialised;  // 13732: 0 until somebody has written the defaults
+  std::uint8_t initialised;  ///< 13732: 0 until somebody has written the defaults
   std::uint8_t reserved4[3];
 };
 static_assert(sizeof(CarPlaySharedMemStruct) == 13728 && alignof(CarPlaySharedMemStruct) == 8);
