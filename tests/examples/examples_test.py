@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """The examples as processes: what the publishers write, as idlctl reads it, and what the clients print.
 
-    scripts/private-shm tests/examples/examples_test.py --examples FOLDER --idlctl PROGRAM
+    scripts/private-shm tests/examples/examples_test.py --examples FOLDER --idlctl PROGRAM [--preloaded LIBRARY]
 
 Needs a shared-memory folder of its own.
 """
@@ -73,6 +73,13 @@ class TheExamples(unittest.TestCase):
         self.assertEqual([(slot["id"], slot["name"], slot["btid"], slot["port"]) for slot in phones_of(aap)],
                          [("aap-1", ANNA, 3, 2), ("aap-2", "Pixel", 255, 4)])
 
+    def test_APublisherWritesUnderItsLock(self):
+        """Each write to a table, also the size word's and those of CarPlay's defaults."""
+        if OPTIONS.preloaded is None:
+            self.skipTest("a sanitizer's runtime has to be the first that is loaded")
+        self.environment["LD_PRELOAD"] = str(OPTIONS.preloaded)
+        self.publish_all()
+
     def test_APublisherWithoutPhonesLeavesNoneListed(self):
         self.publish_all()
         for publisher in ("publisher-bt", "publisher-carplay", "publisher-aap"):
@@ -106,6 +113,29 @@ class TheExamples(unittest.TestCase):
         resource.write_bytes(changed)
         self.example("publisher-carplay")
         self.assertEqual(resource.read_bytes(), bytes(changed))
+
+    def test_APublisherKeepsTheRulesOfItsTable(self):
+        """Watched from outside, while it publishes a phone, and none, and a phone."""
+        watched = {"bt": ("publisher-bt", ["3", ANNA]), "cp": ("publisher-carplay", ["77", ANNA, "3"]),
+                   "aap": ("publisher-aap", ["aap-1", ANNA, "3", "1"])}
+        for publisher, _ in watched.values():
+            self.example(publisher)
+        watchers = {source: subprocess.Popen([OPTIONS.idlctl, "comply", source, "--for", "3s", "--json"], stdout=subprocess.PIPE)
+                    for source in watched}
+        for watcher in watchers.values():
+            self.addCleanup(watcher.stdout.close)
+            self.addCleanup(watcher.wait)
+            self.addCleanup(watcher.kill)
+        while any(watcher.poll() is None for watcher in watchers.values()):
+            for publisher, phone in watched.values():
+                self.example(publisher, *phone)
+                self.example(publisher)
+
+        for source, watcher in watchers.items():
+            verdicts = {rule["id"]: rule["verdict"] for rule in json.load(watcher.stdout)["rules"]}
+            self.assertEqual({verdicts.pop(rule) for rule in ("ends-texts", "keeps-free-slots-free", "keeps-size-word", "notifies")},
+                             {"passed"}, source)
+            self.assertNotIn("broken", verdicts.values(), (source, verdicts))
 
     def test_AClientPrintsTheList(self):
         self.publish_all()
@@ -179,6 +209,7 @@ def main():
     options = argparse.ArgumentParser()
     options.add_argument("--examples", type=pathlib.Path, required=True)
     options.add_argument("--idlctl", type=pathlib.Path, required=True)
+    options.add_argument("--preloaded", type=pathlib.Path, help="made of WritesUnderLock.cpp")
     _, rest = options.parse_known_args(namespace=OPTIONS)
     unittest.main(argv=sys.argv[:1] + rest)
 
