@@ -135,6 +135,15 @@ class TheManPages(unittest.TestCase):
         self.assertGreater(len(usages), 30)
         self.assertEqual(told, usages)
 
+    def test_HaveScenariosThatThePageHas(self):
+        """Those of the page are played by a test of theirs."""
+        page = source("docs/scenarios.md")
+        examples = blocks(source("docs/man/idlctl-scenario.5.scd"))
+
+        self.assertEqual(len(examples), 2)
+        for example in examples:
+            self.assertIn(example, page)
+
     def test_HaveTheBytesOfEachTable(self):
         page = source("docs/architecture.md") + source("docs/writing-a-service.md")
         told = blocks(source("docs/man/integrated-device-list-tables.5.scd"))
