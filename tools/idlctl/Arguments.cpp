@@ -62,31 +62,31 @@ const Argument& Argument::needs(const Argument& other) const {
 }
 
 Argument Arguments::flag(const std::string& name, bool& value, const std::string& description) {
-  return Argument(*mApp->add_flag(name, value, description));
+  return Argument(*mCommand->add_flag(name, value, description));
 }
 
 Argument Arguments::option(const std::string& name, std::string& value, const std::string& description) {
-  return Argument(*mApp->add_option(name, value, description));
+  return Argument(*mCommand->add_option(name, value, description));
 }
 
 Argument Arguments::option(const std::string& name, std::vector<std::string>& value, const std::string& description) {
-  return Argument(*mApp->add_option(name, value, description));
+  return Argument(*mCommand->add_option(name, value, description));
 }
 
 Argument Arguments::option(const std::string& name, std::optional<std::string>& value, const std::string& description) {
-  return Argument(*mApp->add_option(name, value, description));
+  return Argument(*mCommand->add_option(name, value, description));
 }
 
 Argument Arguments::option(const std::string& name, unsigned& value, const std::string& description) {
-  return Argument(*mApp->add_option(name, value, description));
+  return Argument(*mCommand->add_option(name, value, description));
 }
 
 Argument Arguments::option(const std::string& name, std::optional<unsigned>& value, const std::string& description) {
-  return Argument(*mApp->add_option(name, value, description));
+  return Argument(*mCommand->add_option(name, value, description));
 }
 
 Argument Arguments::option(const std::string& name, std::uint64_t& value, const std::string& description) {
-  return Argument(*mApp->add_option(name, value, description));
+  return Argument(*mCommand->add_option(name, value, description));
 }
 
 Argument Arguments::duration(const std::string& name, std::optional<std::chrono::milliseconds>& value,
@@ -98,11 +98,11 @@ Argument Arguments::duration(const std::string& name, std::optional<std::chrono:
     }
     value = parsed.value;
   };
-  return Argument(*mApp->add_option_function<std::string>(name, parse, description)->type_name("DURATION"));
+  return Argument(*mCommand->add_option_function<std::string>(name, parse, description)->type_name("DURATION"));
 }
 
 Argument Arguments::speed(double& value, const std::string& description) {
-  return Argument(*mApp->add_option("--speed", value, description)
+  return Argument(*mCommand->add_option("--speed", value, description)
                        ->check(CLI::Range(0.001, 1000000.0))
                        ->check([](const std::string& text) {
                          // Which no range excludes.
@@ -111,7 +111,7 @@ Argument Arguments::speed(double& value, const std::string& description) {
 }
 
 void Arguments::requireAny(const std::vector<Argument>& arguments, const std::string& missing) {
-  mApp->parse_complete_callback([arguments, missing] {
+  mCommand->parse_complete_callback([arguments, missing] {
     if (std::all_of(arguments.begin(), arguments.end(),
                     [](const Argument& argument) { return argument.mOption->empty(); })) {
       throw CLI::RequiredError(missing);
@@ -120,21 +120,21 @@ void Arguments::requireAny(const std::vector<Argument>& arguments, const std::st
 }
 
 Arguments Arguments::exactlyOneOf(const std::string& group) {
-  CLI::Option_group& added = *mApp->add_option_group(group);
+  CLI::Option_group& added = *mCommand->add_option_group(group);
   added.require_option(1);
   return {added, *mAction};
 }
 
-void Arguments::requireCommand() { mApp->require_subcommand(1); }
+void Arguments::requireCommand() { mCommand->require_subcommand(1); }
 
 Arguments Arguments::command(const std::string& name, const std::string& summary) {
-  return {*mApp->add_subcommand(name, summary), *mAction};
+  return {*mCommand->add_subcommand(name, summary), *mAction};
 }
 
-void Arguments::footer(const std::string& text) { mApp->footer(text); }
+void Arguments::footer(const std::string& text) { mCommand->footer(text); }
 
 void Arguments::setAction(Action action) {
-  mApp->callback([target = mAction, action = std::move(action)] { *target = action; });
+  mCommand->callback([target = mAction, action = std::move(action)] { *target = action; });
 }
 
 }  // namespace idl::tools

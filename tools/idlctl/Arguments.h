@@ -48,7 +48,7 @@ class Argument {
 class Arguments {
  public:
   /// Borrows both, which have to live until the arguments are parsed; so has every value below.
-  Arguments(CLI::App& app, Action& action) : mApp(&app), mAction(&action) {}
+  Arguments(CLI::App& app, Action& action) : mCommand(&app), mAction(&action) {}
 
   Argument flag(const std::string& name, bool& value, const std::string& description);
   Argument option(const std::string& name, std::string& value, const std::string& description);
@@ -82,7 +82,7 @@ class Arguments {
  private:
   void setAction(Action action);
 
-  CLI::App* mApp;
+  CLI::App* mCommand;
   Action* mAction;
 };
 
