@@ -16,15 +16,15 @@ class LM_IDL_API AapDevice {
   static constexpr unsigned ID_LENGTH = 256;    ///< bytes, without the NUL
 
   AapDevice();
-  AapDevice(const AapDevice&) = default;
-  AapDevice& operator=(const AapDevice&) = default;
+  AapDevice(const AapDevice& other) noexcept;
+  AapDevice& operator=(const AapDevice& other) noexcept;
   virtual ~AapDevice();
 
-  std::uint8_t session = 0;         ///< session number at the Android Auto service
-  char name[NAME_LENGTH + 1] = {};  ///< byte-true: a service that ends no text leaves none ended here
-  char id[ID_LENGTH + 1] = {};      ///< likewise; empty: no device
-  std::uint8_t btid = BTID_NONE;    ///< Bluetooth pairing id of the same phone; BTID_NONE: not paired
-  std::int32_t port = 0;            ///< USB port; 0: not connected by USB
+  std::uint8_t session = 0;       ///< session number at the Android Auto service
+  char name[NAME_LENGTH + 1];     ///< zeros at first; byte-true: a service that ends no text leaves none ended here
+  char id[ID_LENGTH + 1];         ///< likewise; empty: no device
+  std::uint8_t btid = BTID_NONE;  ///< Bluetooth pairing id of the same phone; BTID_NONE: not paired
+  std::int32_t port = 0;          ///< USB port; 0: not connected by USB
 };
 
 #endif

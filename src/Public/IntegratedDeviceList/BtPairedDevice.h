@@ -16,14 +16,14 @@ class LM_IDL_API BtPairedDevice {
   static constexpr unsigned ADDRESS_LENGTH = 17;  ///< bytes, without the NUL
 
   BtPairedDevice();
-  BtPairedDevice(const BtPairedDevice&) = default;
-  BtPairedDevice& operator=(const BtPairedDevice&) = default;
+  BtPairedDevice(const BtPairedDevice& other) noexcept;
+  BtPairedDevice& operator=(const BtPairedDevice& other) noexcept;
   virtual ~BtPairedDevice();
 
-  std::uint8_t id = ID_NONE;              ///< pairing id; ID_NONE: no device
-  char name[NAME_LENGTH + 1] = {};        ///< byte-true: a service that ends no text leaves none ended here
-  char address[ADDRESS_LENGTH + 1] = {};  ///< likewise
-  std::uint32_t info = 0;                 ///< this and the flags are carried, not interpreted
+  std::uint8_t id = ID_NONE;         ///< pairing id; ID_NONE: no device
+  char name[NAME_LENGTH + 1];        ///< zeros at first; byte-true: a service that ends no text leaves none ended here
+  char address[ADDRESS_LENGTH + 1];  ///< likewise
+  std::uint32_t info = 0;            ///< this and the flags are carried, not interpreted
   std::uint8_t flag1 = 1;
   std::uint8_t flag2 = 0;
 };
