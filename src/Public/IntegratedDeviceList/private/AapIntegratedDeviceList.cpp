@@ -11,15 +11,13 @@ namespace {
 
 using idl::wire::AapSlot;
 
-AapDevice toRecord(const AapSlot& slot) {
-  AapDevice record;
+void convert(const AapSlot& slot, AapDevice& record) {
   record.session = slot.session;
   static_assert(sizeof(record.name) == sizeof(slot.name) && sizeof(record.id) == sizeof(slot.id));
   std::memcpy(record.name, slot.name, sizeof(record.name));
   std::memcpy(record.id, slot.id, sizeof(record.id));
   record.btid = slot.btid;
   record.port = slot.port;
-  return record;
 }
 
 }  // namespace
@@ -45,7 +43,7 @@ void AapIntegratedDeviceList::takeOccupied(const idl::wire::AapDeviceList& table
   out.reserve(count);
   for (std::size_t k = 0; k < count; ++k) {
     if (!fixedText(table.slots[k].id).empty()) {
-      out.push_back(toRecord(table.slots[k]));
+      convert(table.slots[k], out.emplace_back());
     }
   }
 }

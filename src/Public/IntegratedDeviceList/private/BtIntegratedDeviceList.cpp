@@ -11,8 +11,7 @@ namespace {
 
 using idl::wire::BtSlot;
 
-BtPairedDevice toRecord(const BtSlot& slot) {
-  BtPairedDevice record;
+void convert(const BtSlot& slot, BtPairedDevice& record) {
   record.id = slot.id;
   static_assert(sizeof(record.name) == sizeof(slot.name) && sizeof(record.address) == sizeof(slot.address));
   std::memcpy(record.name, slot.name, sizeof(record.name));
@@ -20,7 +19,6 @@ BtPairedDevice toRecord(const BtSlot& slot) {
   record.info = slot.info;
   record.flag1 = slot.flag1;
   record.flag2 = slot.flag2;
-  return record;
 }
 
 }  // namespace
@@ -46,7 +44,7 @@ void BtIntegratedDeviceList::takeOccupied(const idl::wire::BtPairedDeviceList& t
   out.reserve(count);
   for (std::size_t k = 0; k < count; ++k) {
     if (table.slots[k].id != BtPairedDevice::ID_NONE) {
-      out.push_back(toRecord(table.slots[k]));
+      convert(table.slots[k], out.emplace_back());
     }
   }
 }

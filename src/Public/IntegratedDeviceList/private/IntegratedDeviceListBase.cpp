@@ -11,9 +11,9 @@ IntegratedDeviceListBase<T>::~IntegratedDeviceListBase() = default;
 
 template <class T>
 void IntegratedDeviceListBase<T>::updateDeviceList() {
-  std::vector<T> records;
-  getFunctionDeviceList(records);
-  createDeviceList(records);
+  functionRecords.clear();
+  getFunctionDeviceList(functionRecords);
+  createDeviceList(functionRecords);
 }
 
 template <class T>

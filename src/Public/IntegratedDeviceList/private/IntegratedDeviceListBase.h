@@ -30,6 +30,10 @@ class IntegratedDeviceListBase {
   /// order.
   virtual void getUsbDeviceList(std::vector<IntegratedDevice>& out) const;
 
+  /// The lists themselves, for who only looks at them; until the next refresh.
+  const std::vector<IntegratedDevice>& btDevices() const { return btList; }
+  const std::vector<IntegratedDevice>& usbDevices() const { return usbList; }
+
   virtual ~IntegratedDeviceListBase();
 
   /// Replaces `out` by the occupied records of the source, in its order; takes the segment's lock.
@@ -45,6 +49,7 @@ class IntegratedDeviceListBase {
  private:
   std::vector<IntegratedDevice> btList;
   std::vector<IntegratedDevice> usbList;
+  std::vector<T> functionRecords;  // the source's own, of the last refresh; kept for the memory
 };
 
 extern template class IntegratedDeviceListBase<BtPairedDevice>;

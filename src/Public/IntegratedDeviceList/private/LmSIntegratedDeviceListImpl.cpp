@@ -2,7 +2,6 @@
 #include "LmSIntegratedDeviceListImpl.h"
 
 #include <algorithm>
-#include <iterator>
 #include <memory>
 
 #include "AapIntegratedDeviceList.h"
@@ -57,8 +56,16 @@ void fold(const IntegratedDevice& source, IntegratedDevice& target) {
   }
 }
 
-void appendTo(std::vector<IntegratedDevice>& list, std::vector<IntegratedDevice>& tail) {
-  list.insert(list.end(), std::make_move_iterator(tail.begin()), std::make_move_iterator(tail.end()));
+// Puts `device` behind those of `order`, from `begin` on, that are not greater: for each in turn that is a stable sort,
+// which allocates nothing. Tables are mostly in order already. Records are large, so that their addresses are sorted.
+template <class Compare>
+void insertInOrder(std::vector<const IntegratedDevice*>& order, std::size_t begin, const IntegratedDevice& device,
+                   Compare compare) {
+  std::size_t place = order.size();
+  while (place > begin && compare(device, *order[place - 1])) {
+    --place;
+  }
+  order.insert(order.begin() + static_cast<std::ptrdiff_t>(place), &device);
 }
 
 }  // namespace
@@ -136,7 +143,6 @@ void LmSIntegratedDeviceListImpl::updateDeviceList(DeviceType type) {
   if (!started) {
     return;
   }
-  std::vector<IntegratedDevice> lastList;
   lastList.swap(mergedList);
   try {
     updateDeviceList();
@@ -192,31 +198,34 @@ void LmSIntegratedDeviceListImpl::tryStart(DeviceType type) {
 
 void LmSIntegratedDeviceListImpl::updateDeviceList() {
   Decisions::heard([](Decisions& listener) { listener.mergingBegins(); });
-  std::vector<IntegratedDevice> pairedList;
-  std::vector<IntegratedDevice> fetched;
-  std::vector<IntegratedDevice> unmatched;
+  unmatchedList.clear();
   btAdapter->getBtDeviceList(pairedList);
-  cpAdapter->getBtDeviceList(fetched);
-  aggregateDeviceList(pairedList, fetched, unmatched);
-  aapAdapter->getBtDeviceList(fetched);
-  aggregateDeviceList(pairedList, fetched, unmatched);
-  std::stable_sort(pairedList.begin(), pairedList.end(), idl::compareBtDeviceId);
+  aggregateDeviceList(pairedList, cpAdapter->btDevices(), unmatchedList);
+  aggregateDeviceList(pairedList, aapAdapter->btDevices(), unmatchedList);
 
-  std::vector<IntegratedDevice> usbOnlyList;
-  cpAdapter->getUsbDeviceList(usbOnlyList);
-  aapAdapter->getUsbDeviceList(fetched);
-  appendTo(usbOnlyList, fetched);
-  for (IntegratedDevice& device : unmatched) {
+  order.clear();
+  for (const IntegratedDevice& device : cpAdapter->usbDevices()) {
+    insertInOrder(order, 0, device, idl::compareUsbPort);
+  }
+  for (const IntegratedDevice& device : aapAdapter->usbDevices()) {
+    insertInOrder(order, 0, device, idl::compareUsbPort);
+  }
+  for (IntegratedDevice& device : unmatchedList) {
     Decisions::heard([&](Decisions& listener) { listener.pairingUnknown(device, idl::isUsbConnected(device)); });
     if (idl::isUsbConnected(device)) {
       device.btid = DeviceInfo::BTID_NONE;  // it claims a pairing that Bluetooth does not know
-      usbOnlyList.push_back(std::move(device));
+      insertInOrder(order, 0, device, idl::compareUsbPort);
     }
   }
-  std::stable_sort(usbOnlyList.begin(), usbOnlyList.end(), idl::compareUsbPort);
+  const std::size_t usbOnlyCount = order.size();
+  for (const IntegratedDevice& device : pairedList) {
+    insertInOrder(order, usbOnlyCount, device, idl::compareBtDeviceId);
+  }
 
-  appendTo(usbOnlyList, pairedList);
-  mergedList.swap(usbOnlyList);
+  mergedList.resize(order.size());
+  for (std::size_t i = 0; i < order.size(); ++i) {
+    mergedList[i] = *order[i];
+  }
 }
 
 void LmSIntegratedDeviceListImpl::aggregateDeviceList(std::vector<IntegratedDevice>& target,

@@ -76,6 +76,13 @@ class LmSIntegratedDeviceListImpl {
   std::vector<IntegratedDevice> mergedList;
   SuffixProvider* suffixProvider;
   std::uint32_t unread;  // one bit for each source to read before the next merge: one whose reading threw is read again
+
+  // What a refresh works in. Nothing of it is looked at by the next one, which has its memory: where as many phones are
+  // listed as before, none is allocated.
+  std::vector<IntegratedDevice> pairedList;
+  std::vector<IntegratedDevice> unmatchedList;
+  std::vector<const IntegratedDevice*> order;  // the new list's, into these two and the adapters' lists
+  std::vector<IntegratedDevice> lastList;      // the merged list before the one that is being built
 };
 
 #endif

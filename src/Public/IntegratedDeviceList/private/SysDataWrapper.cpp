@@ -18,12 +18,14 @@ namespace {
 
 constexpr std::uint8_t IN_USE = 1;
 
+// The last byte of a stored name stays zero, so that it always ends.
+std::size_t storedSize(const std::string& name) { return std::min(name.size(), sizeof(SuffixRecord::name) - 1); }
+
 SuffixRecord toRecord(const DeviceInfo& entry) {
   SuffixRecord record = {};
   record.inUse = IN_USE;
   record.btid = entry.btid;
-  // The last byte stays zero, so that the stored name always ends.
-  std::memcpy(record.name, entry.name.data(), std::min(entry.name.size(), sizeof(record.name) - 1));
+  std::memcpy(record.name, entry.name.data(), storedSize(entry.name));
   record.suffix = entry.suffix;
   return record;
 }
@@ -36,8 +38,27 @@ DeviceInfo toEntry(const SuffixRecord& record) {
   return entry;
 }
 
-bool isEqual(const SuffixRecord& a, const SuffixRecord& b) {
-  return a.inUse == b.inUse && a.btid == b.btid && fixedText(a.name) == fixedText(b.name) && a.suffix == b.suffix;
+// Whether toRecord(entry) would be equal to `record`: names up to their first NUL.
+bool holds(const SuffixRecord& record, const DeviceInfo& entry) {
+  return record.inUse == IN_USE && record.btid == entry.btid && record.suffix == entry.suffix &&
+         fixedText(record.name) ==
+             std::string_view(entry.name.data(), strnlen(entry.name.data(), storedSize(entry.name)));
+}
+
+bool isEmpty(const SuffixRecord& record) {
+  return record.inUse == 0 && record.btid == 0 && record.name[0] == '\0' && record.suffix == 0;
+}
+
+SuffixFileImage imageOf(const std::vector<DeviceInfo>& table) {
+  SuffixFileImage image = {};
+  auto record = image.begin();
+  for (const DeviceInfo& entry : table) {
+    if (idl::isBtPaired(entry)) {
+      *record = toRecord(entry);
+      ++record;
+    }
+  }
+  return image;
 }
 
 // Runs `transfer` on the opened suffix file. The access object stays in its factory, back at the file's start.
@@ -67,27 +88,25 @@ SysDataWrapper::SysDataWrapper() : image{} {}
 SysDataWrapper::~SysDataWrapper() = default;
 
 void SysDataWrapper::save(const std::vector<DeviceInfo>& table) {
-  SuffixFileImage next = {};
   std::size_t count = 0;
+  bool isStored = true;
   for (const DeviceInfo& entry : table) {
     if (!idl::isBtPaired(entry)) {
       continue;
     }
-    if (count < next.size()) {
-      next[count] = toRecord(entry);
-    }
+    isStored = isStored && count < image.size() && holds(image[count], entry);
     ++count;
   }
-  if (count > next.size()) {
+  if (count > image.size()) {
     LmDbgOutput::DbgPrint("src/Public/IntegratedDeviceList/private/SysDataWrapper", "save", 69, 1,
                           "lBtSuffixTable size over. size=%d\n", static_cast<int>(count));
     return;
   }
-  if (std::equal(next.begin(), next.end(), image.begin(), isEqual)) {
+  if (isStored && std::all_of(image.begin() + static_cast<std::ptrdiff_t>(count), image.end(), isEmpty)) {
     return;
   }
   const SuffixFileImage last = image;
-  image = next;  // before the file, so that a failed write is not tried again until the table changes
+  image = imageOf(table);  // before the file, so that a failed write is not tried again until the table changes
   try {
     accessFile([this](SaveFileAccess& access) {
       access.Write(image.data(), sizeof(image));
