@@ -90,6 +90,22 @@ std::string numberless(const std::string& name, unsigned char suffix) {
   return name;
 }
 
+std::size_t formatCalls = 0;  // of counted()
+
+std::string counted(const std::string& name, unsigned char suffix) {
+  ++formatCalls;
+  return hashed(name, suffix);
+}
+
+// "A" with 11 and "A1" with 1 look alike.
+std::string glued(const std::string& name, unsigned char suffix) { return name + std::to_string(suffix); }
+
+std::string constant(const std::string& /*name*/, unsigned char /*suffix*/) { return "Phone"; }
+
+std::string shortened(const std::string& name, unsigned char suffix) {
+  return name.substr(0, 1) + std::to_string(suffix);
+}
+
 int callsUntilThrow = 0;  // 0: never
 
 std::string throwing(const std::string& name, unsigned char suffix) {
@@ -536,6 +552,75 @@ TEST_F(ManyPhonesOfOneName, LeaveOthersTheirNumbers) {
   EXPECT_EQ(list.back().name, "Tab");
 }
 
+// --- How often a format is asked --------------------------------------------------------------------------------
+
+class AFormat : public AProvider, public testing::WithParamInterface<std::size_t> {
+ protected:
+  AFormat() {
+    provider.setFormat(&counted);
+    provider.start();
+  }
+
+  /// How often the format is asked while `list` is numbered.
+  std::size_t callsFor(List list) {
+    formatCalls = 0;
+    provider.appendSuffix(list);
+    return formatCalls;
+  }
+
+  /// As many phones as the parameter says, each at a port of its own, with these names by turns.
+  static List attached(const std::vector<std::string>& names) {
+    List list;
+    for (std::size_t i = 0; i < GetParam(); ++i) {
+      list.push_back(usbPhone(names[i % names.size()], static_cast<std::int32_t>(i) + 1));
+    }
+    return list;
+  }
+
+  static std::size_t atMost() { return GetParam() * GetParam() / 2 + 3 * GetParam(); }
+};
+
+TEST_P(AFormat, IsAskedTwiceForEachNewPhoneOfOneName) { EXPECT_EQ(callsFor(attached({"Phone"})), 2 * GetParam()); }
+
+TEST_P(AFormat, IsAskedForNewPhonesOfTwoNamesByTurnsAsOftenAsTheyNeedNumbersToBeTried) {
+  EXPECT_LE(callsFor(attached({"Phone", "Tab"})), atMost());
+}
+
+TEST_P(AFormat, IsAskedOnceForEachPhoneWhenAllAreKnown) {
+  callsFor(attached({"Phone", "Phone", "Tab"}));
+
+  EXPECT_EQ(callsFor(attached({"Phone", "Phone", "Tab"})), GetParam());
+}
+
+TEST_P(AFormat, IsAskedThreeTimesForEachPhoneAtMostWhenOneIsNew) {
+  List list = attached({"Phone"});
+  callsFor(list);
+
+  list.back().port = -1;
+
+  EXPECT_LE(callsFor(list), 3 * GetParam());
+}
+
+TEST_P(AFormat, IsAskedTwiceAtMostForEachPhoneWhenAllShareAPort) {
+  const List list(GetParam(), usbPhone("Phone", 1));
+  callsFor(list);
+
+  EXPECT_LE(callsFor(list), 2 * GetParam());
+}
+
+TEST_P(AFormat, IsAskedThreeTimesAtMostForEachPairedPhoneWhenTwoHaveOneId) {
+  List list(GetParam(), phone("Phone", 1));
+  for (std::size_t i = 2; i < list.size(); ++i) {
+    list[i].btid = static_cast<std::uint8_t>(i);
+  }
+  callsFor(list);
+
+  EXPECT_LE(callsFor(list), 3 * GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(OfPhones, AFormat, testing::Values(1, 2, 3, 10, 33, 100, 253, 254),
+                         testing::PrintToStringParamName());
+
 // --- Random lists against a model -------------------------------------------------------------------------------
 
 /// The numbering, written down as plainly as it can be said.
@@ -619,13 +704,15 @@ class RandomLists : public testing::TestWithParam<Format> {
   unsigned below(unsigned bound) { return static_cast<unsigned>(random()) % bound; }
 
   List randomList() {
-    static const char* const names[] = {"A", "A 2", "A 3", "A 2 2", "B", "B", ""};
+    static const char* const names[] = {"A", "A", "A 2", "A 3", "A 2 2", "A 10", "A1", "A11", "B", "B", "", " 2"};
     List list;
-    const unsigned count = below(13);
+    const bool isLong = below(100) == 0;
+    const unsigned count = below(isLong ? 40 : 13);
+    const unsigned keys = isLong ? 40 : 6;
     for (unsigned i = 0; i < count; ++i) {
-      const unsigned btid = below(6);
-      list.push_back(phone(names[below(7)], static_cast<std::uint8_t>(btid < 4 ? btid : 255),
-                           static_cast<std::int32_t>(below(5)) - 1));
+      const unsigned btid = below(keys);
+      list.push_back(phone(names[below(isLong ? 4 : 12)], static_cast<std::uint8_t>(btid < keys - 2 ? btid : 255),
+                           static_cast<std::int32_t>(below(keys - 1)) - 1));
     }
     return list;
   }
@@ -669,7 +756,9 @@ std::string formatName(const testing::TestParamInfo<Format>& info) { return info
 
 INSTANTIATE_TEST_SUITE_P(Formats, RandomLists,
                          testing::Values(Format{"BuiltIn", nullptr}, Format{"WithHash", &hashed},
-                                         Format{"ThatHalves", &halved}, Format{"WithoutNumber", &numberless}),
+                                         Format{"ThatHalves", &halved}, Format{"WithoutNumber", &numberless},
+                                         Format{"ThatGlues", &glued}, Format{"OfOneText", &constant},
+                                         Format{"ThatShortens", &shortened}),
                          formatName);
 
 }  // namespace

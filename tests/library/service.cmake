@@ -15,13 +15,18 @@ lm_add_tests(service_tests
   LIBRARIES IntegratedDeviceListObjects LmFramework::LmFramework)
 target_include_directories(service_tests PRIVATE ${PROJECT_SOURCE_DIR}/src/Public/IntegratedDeviceList/private)
 
-# Replaces the process's operator new, hence a program of its own. clang's ThreadSanitizer links an operator new of its
+# Each replaces the process's operator new, hence programs of their own. clang's ThreadSanitizer links an operator new of its
 # own that cannot be replaced; what runs here on more than one thread is all covered by service_tests.
 if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize=thread")
   lm_add_tests(allocation_tests
     SOURCES AllocationFailureTest.cpp
     LIBRARIES IntegratedDeviceListObjects LmFramework::LmFramework)
   target_include_directories(allocation_tests PRIVATE ${PROJECT_SOURCE_DIR}/src/Public/IntegratedDeviceList/private)
+  lm_add_tests(allocation_count_tests
+    SOURCES AllocationCountTest.cpp
+    LIBRARIES IntegratedDeviceListObjects LmFramework::LmFramework)
+  target_include_directories(allocation_count_tests PRIVATE
+    ${PROJECT_SOURCE_DIR}/src/Public/IntegratedDeviceList/private)
 endif()
 
 # One process, an executable and two libraries of its own, all of which use the shared libraries as a client does.

@@ -25,10 +25,12 @@ class Decisions {
   /// From now on `listener` hears of all decisions; null: nobody. Not while a list is refreshed.
   static void tell(Decisions* listener) { sListener = listener; }
 
+  static bool isHeard() { return sListener != nullptr; }
+
   /// Has `call(listener)` done when somebody listens.
   template <class Call>
   static void heard(Call call) {
-    if (sListener != nullptr) {
+    if (isHeard()) {
       call(*sListener);
     }
   }

@@ -2,6 +2,9 @@
 #include "SuffixProvider.h"
 
 #include <algorithm>
+#include <charconv>
+#include <functional>
+#include <iterator>
 #include <set>
 
 #include "Decisions.h"
@@ -84,8 +87,8 @@ void SuffixProvider::appendSuffix(std::vector<IntegratedDevice>& list) {
     return;
   }
   Decisions::heard([](Decisions& listener) { listener.numberingBegins(); });
-  std::vector<DeviceInfo> lastTable = takeOverNumbers(list);
-  mSuffixTable.swap(lastTable);
+  takeOverNumbers(list, mOtherTable);
+  mSuffixTable.swap(mOtherTable);
   try {
     assignSuffixNumber();
     applySuffix(list);
@@ -93,39 +96,52 @@ void SuffixProvider::appendSuffix(std::vector<IntegratedDevice>& list) {
       mSysData->save(mSuffixTable);
     }
   } catch (...) {
-    mSuffixTable.swap(lastTable);
+    mSuffixTable.swap(mOtherTable);
     throw;
   }
 }
 
 void SuffixProvider::updateSuffixTable(const std::vector<IntegratedDevice>& list) {
-  mSuffixTable = takeOverNumbers(list);
+  takeOverNumbers(list, mOtherTable);
+  mSuffixTable.swap(mOtherTable);
 }
 
 void SuffixProvider::assignSuffixNumber() {
-  std::vector<std::string> takenNames;
-  takenNames.reserve(mSuffixTable.size());
-  for (const DeviceInfo& entry : mSuffixTable) {
-    if (entry.suffix != NO_SUFFIX) {
-      takenNames.push_back(makeSuffixedName(entry));
+  const auto hasNumber = [](const DeviceInfo& entry) { return entry.suffix != NO_SUFFIX; };
+  if (std::all_of(mSuffixTable.begin(), mSuffixTable.end(), hasNumber)) {
+    return;
+  }
+  mShownNames.resize(mSuffixTable.size());
+  for (std::size_t i = 0; i < mSuffixTable.size(); ++i) {
+    const DeviceInfo& entry = mSuffixTable[i];
+    mShownNames[i].isTaken = hasNumber(entry);
+    if (mShownNames[i].isTaken) {
+      show(entry.name, entry.suffix, mShownNames[i]);
     }
   }
   const std::size_t candidates = std::min(mSuffixTable.size(), MAX_SUFFIX);
+  const DeviceInfo* last = nullptr;  // the last entry that a number was searched for
+  std::size_t next = 1;              // behind those that were tried for it: all of them are taken now
   for (std::size_t i = 0; i < mSuffixTable.size(); ++i) {
     DeviceInfo& entry = mSuffixTable[i];
     if (entry.suffix != NO_SUFFIX) {
       continue;
     }
-    for (std::size_t k = 1; entry.suffix == NO_SUFFIX && k <= candidates; ++k) {
-      const auto suffix = static_cast<std::uint8_t>(k);
-      std::string candidate = makeSuffixedName(entry.name, suffix);
-      if (std::find(takenNames.begin(), takenNames.end(), candidate) == takenNames.end()) {
-        takenNames.push_back(std::move(candidate));
+    // A listener is told of each number that an entry cannot have.
+    if (last == nullptr || last->name != entry.name || Decisions::isHeard()) {
+      next = 1;
+    }
+    for (; entry.suffix == NO_SUFFIX && next <= candidates; ++next) {
+      const auto suffix = static_cast<std::uint8_t>(next);
+      show(entry.name, suffix, mShownNames[i]);
+      if (!isTaken(mShownNames[i])) {
+        mShownNames[i].isTaken = true;
         entry.suffix = suffix;
       } else {
-        Decisions::heard([&](Decisions& listener) { listener.numberTaken(i, suffix, candidate); });
+        Decisions::heard([&](Decisions& listener) { listener.numberTaken(i, suffix, mShownNames[i].text); });
       }
     }
+    last = &entry;
     Decisions::heard([&](Decisions& listener) {
       entry.suffix != NO_SUFFIX ? listener.numberGiven(i, entry.suffix) : listener.noNumberLeft(i);
     });
@@ -138,18 +154,14 @@ void SuffixProvider::applySuffix(std::vector<IntegratedDevice>& list) {
   }
   for (std::size_t i = 0; i < list.size(); ++i) {
     list[i].suffix = mSuffixTable[i].suffix;
-    list[i].name = makeSuffixedName(list[i]);
+    show(list[i].name, list[i].suffix, list[i].name);
   }
 }
 
 std::string SuffixProvider::makeSuffixedName(const std::string& name, unsigned char suffix) {
-  if (mFormat != nullptr) {
-    return mFormat(name, suffix);
-  }
-  if (suffix < FIRST_VISIBLE_SUFFIX) {
-    return name;
-  }
-  return name + " " + std::to_string(suffix);
+  std::string shown;
+  show(name, suffix, shown);
+  return shown;
 }
 
 std::string SuffixProvider::makeSuffixedName(const DeviceInfo& info) {
@@ -165,8 +177,8 @@ bool SuffixProvider::checkSuffixTable(const std::vector<DeviceInfo>& table) {
 }
 
 // The USB pass comes second: where both reach the same entry, its number stays.
-std::vector<DeviceInfo> SuffixProvider::takeOverNumbers(const std::vector<IntegratedDevice>& list) const {
-  std::vector<DeviceInfo> table(list.begin(), list.end());
+void SuffixProvider::takeOverNumbers(const std::vector<IntegratedDevice>& list, std::vector<DeviceInfo>& table) const {
+  table.assign(list.begin(), list.end());
   for (const DeviceInfo& old : mSuffixTable) {
     if (idl::isBtPaired(old)) {
       takeOverNumber(old, table, &DeviceInfo::btid, Decisions::Key::BTID);
@@ -177,5 +189,29 @@ std::vector<DeviceInfo> SuffixProvider::takeOverNumbers(const std::vector<Integr
       takeOverNumber(old, table, &DeviceInfo::port, Decisions::Key::PORT);
     }
   }
-  return table;
+}
+
+// `shown` may be `name` itself.
+void SuffixProvider::show(const std::string& name, unsigned char suffix, std::string& shown) {
+  if (mFormat != nullptr) {
+    shown = mFormat(name, suffix);
+    return;
+  }
+  shown = name;
+  if (suffix >= FIRST_VISIBLE_SUFFIX) {
+    char behind[] = {' ', '2', '5', '5'};
+    const char* const end = std::to_chars(&behind[1], std::end(behind), suffix).ptr;
+    shown.append(behind, static_cast<std::size_t>(end - behind));
+  }
+}
+
+void SuffixProvider::show(const std::string& name, unsigned char suffix, ShownName& shown) {
+  show(name, suffix, shown.text);
+  shown.hash = std::hash<std::string>()(shown.text);
+}
+
+bool SuffixProvider::isTaken(const ShownName& name) const {
+  return std::any_of(mShownNames.begin(), mShownNames.end(), [&](const ShownName& other) {
+    return other.isTaken && other.hash == name.hash && other.text == name.text;
+  });
 }

@@ -60,12 +60,25 @@ class SuffixProvider {
   bool checkSuffixTable(const std::vector<DeviceInfo>& table);
 
  private:
-  std::vector<DeviceInfo> takeOverNumbers(const std::vector<IntegratedDevice>& list) const;
+  struct ShownName {
+    std::string text;
+    std::size_t hash = 0;  // tells most that differ apart at once
+    bool isTaken = false;  // of an entry that has a number
+  };
+
+  void takeOverNumbers(const std::vector<IntegratedDevice>& list, std::vector<DeviceInfo>& table) const;
+  void show(const std::string& name, unsigned char suffix, std::string& shown);
+  void show(const std::string& name, unsigned char suffix, ShownName& shown);
+  bool isTaken(const ShownName& name) const;
 
   bool mStarted;
   std::vector<DeviceInfo> mSuffixTable;  // entry i describes element i of the last list, under its own name
   SysDataWrapper* mSysData;              // owned; null: nothing is loaded or saved
   NameFormatFunc mFormat;                // null: the built-in format
+
+  // What a pass works in. Nothing of it is looked at by the next one, which has its memory.
+  std::vector<DeviceInfo> mOtherTable;
+  std::vector<ShownName> mShownNames;  // of the entries of the table; of one that has no number yet, what is tried
 };
 
 #endif
