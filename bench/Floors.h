@@ -11,10 +11,10 @@ namespace idl::cost {
 
 /// Ways to copy a list over another one of the same length. The fastest one is the floor.
 enum class Copying {
-  ASSIGNED,         ///< the records' own assignment
-  INLINE_BYTES,     ///< texts assigned, all that lies between and behind them as bytes of a length that is known
-  CALLED_BYTES,     ///< the same by calls of memcpy()
-  SHORT_TEXTS_BYTES ///< the same, and texts of the same length are overwritten in place
+  ASSIGNED,          ///< the records' own assignment
+  INLINE_BYTES,      ///< texts assigned, all that lies between and behind them as bytes of a length that is known
+  CALLED_BYTES,      ///< the same by calls of memcpy()
+  SHORT_TEXTS_BYTES  ///< the same, and texts of the same length are overwritten in place
 };
 
 constexpr Copying COPYINGS[] = {Copying::ASSIGNED, Copying::INLINE_BYTES, Copying::CALLED_BYTES,

@@ -3,14 +3,10 @@
 // refresh grows with the phones. Run it as scripts/private-shm list_bench, with LM_SAVE_FILE_DIR at an empty folder.
 
 #include <benchmark/benchmark.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <functional>
+#include <filesystem>
 #include <iostream>
 #include <map>
 #include <set>
@@ -18,9 +14,11 @@
 #include <stdexcept>
 #include <string>
 
+#include "bench/Alternatives.h"
 #include "bench/Counting.h"
 #include "bench/Floors.h"
 #include "bench/Phones.h"
+#include "bench/SelfCall.h"
 
 namespace {
 
@@ -29,6 +27,7 @@ using idl::cost::DeviceType;
 using idl::cost::IntegratedDevice;
 using idl::cost::Names;
 using idl::cost::Phones;
+using idl::cost::SelfCall;
 using idl::cost::Source;
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
@@ -36,6 +35,7 @@ using Seconds = std::chrono::duration<double>;
 constexpr DeviceType BLUETOOTH = LmSIntegratedDeviceListDef::DEVICE_TYPE_BT;
 constexpr char FIRST_REFRESH[] = "--first-refresh";
 constexpr char COUNT[] = "--count";
+constexpr char BUS_SERVICE[] = "--bus-service";
 constexpr unsigned ROUNDS = 100;  // over which calls and allocations are counted
 
 LmSIntegratedDeviceList& theList() { return *LmSIntegratedDeviceList::getInstance(); }
@@ -124,37 +124,7 @@ int firstRefresh() {
   return 0;
 }
 
-/// What this program says when it is called with `argument`.
-std::string outputOf(const char* argument) {
-  int ends[2] = {};
-  if (pipe(ends) != 0) {
-    throw std::runtime_error("no pipe");
-  }
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-  posix_spawn_file_actions_addclose(&actions, ends[0]);
-  std::string self = "/proc/self/exe";
-  std::string word = argument;
-  char* arguments[] = {self.data(), word.data(), nullptr};
-  pid_t child = 0;
-  const int error = posix_spawn(&child, self.c_str(), &actions, nullptr, arguments, environ);
-  posix_spawn_file_actions_destroy(&actions);
-  close(ends[1]);
-  std::string output;
-  if (error == 0) {
-    char buffer[1024];
-    for (ssize_t got = 0; (got = read(ends[0], buffer, sizeof(buffer))) > 0;) {
-      output.append(buffer, static_cast<std::size_t>(got));
-    }
-  }
-  close(ends[0]);
-  int status = 0;
-  if (error != 0 || waitpid(child, &status, 0) != child || status != 0) {
-    throw std::runtime_error(std::string("cannot run with ") + argument);
-  }
-  return output;
-}
+std::string outputOf(const char* argument) { return SelfCall({argument}).output(); }
 
 // ------------------------------------------------------------------------------------------------------ benchmarks
 
@@ -276,6 +246,34 @@ void refreshOfSome(benchmark::State& state, Names names) {
   state.SetComplexityN(state.range(0));
 }
 
+void checkCount(benchmark::State& state, const std::vector<idl::cost::DeviceInfo>& devices) {
+  if (devices.size() != static_cast<std::size_t>(state.range(0))) {
+    state.SkipWithError("not as many devices as asked for");
+  }
+}
+
+void bus(benchmark::State& state) {
+  static idl::cost::Bus theBus;
+  const auto count = static_cast<unsigned>(state.range(0));
+  std::vector<idl::cost::DeviceInfo> devices;
+  for (auto unused : state) {
+    theBus.getDevices(count, devices);
+  }
+  checkCount(state, devices);
+}
+
+void json(benchmark::State& state) {
+  const auto count = static_cast<unsigned>(state.range(0));
+  const std::string path = std::filesystem::temp_directory_path() / ("lm-bench-" + std::to_string(getpid()) + ".json");
+  idl::cost::writeJson(path, count);
+  std::vector<idl::cost::DeviceInfo> devices;
+  for (auto unused : state) {
+    idl::cost::readJson(path, devices);
+  }
+  std::filesystem::remove(path);
+  checkCount(state, devices);
+}
+
 template <class Function, class... Arguments>
 benchmark::internal::Benchmark* add(const std::string& name, Function function, Arguments... arguments) {
   return benchmark::RegisterBenchmark(name.c_str(), function, arguments...);
@@ -309,6 +307,8 @@ void addAll() {
   add("refresh_first", firstRefreshOfAProcess)->UseManualTime()->Iterations(20);
   add("refresh_saving/fsync", refreshThatSaves, true)->UseManualTime();
   add("refresh_saving/no_fsync", refreshThatSaves, false)->UseManualTime();
+  add("instead/bus", bus)->Arg(10)->Arg(33)->UseRealTime();
+  add("instead/json", json)->Arg(10)->Arg(33);
   for (const Names names : idl::cost::NAMINGS) {
     add(std::string("growth/refresh/") + idl::cost::nameOf(names), refreshOfSome, names)
         ->DenseRange(0, idl::cost::MOST_PHONES, 3);
@@ -323,6 +323,9 @@ int main(int argc, char** argv) {
   }
   if (argc == 2 && argv[1] == std::string(COUNT)) {
     return count();
+  }
+  if (argc == 3 && argv[1] == std::string(BUS_SERVICE)) {
+    return idl::cost::serveDevices(argv[2]);
   }
   addAll();
   benchmark::Initialize(&argc, argv);

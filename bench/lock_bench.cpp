@@ -1,18 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
-// What locking and giving back cost while nobody else wants the lock, with this port's named lock and with what it
-// could have been made of. Run it as scripts/private-shm lock_bench on an idle machine.
+// What locking and giving back cost, while nobody else wants the lock and with several processes that all want it, with
+// this port's named lock and with what it could have been made of. Run it as scripts/private-shm lock_bench.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/file.h>
 #include <sys/mman.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <new>
+#include <string>
 #include <system_error>
+#include <vector>
 
 #include "LmFramework/SharedMemory/LmSharedSyncObject.h"
 
@@ -25,8 +30,119 @@ int checked(int result, const char* what) {
   return result;
 }
 
-void namedLock(benchmark::State& state) {
-  const LmSharedSyncObject lock("Bench");
+/// A T in memory that the children of this process share with it, all zero at first.
+template <class T>
+class Shared {
+ public:
+  Shared() {
+    void* memory = mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) {
+      throw std::system_error(errno, std::generic_category(), "mmap");
+    }
+    mObject = new (memory) T();
+  }
+
+  ~Shared() { munmap(mObject, sizeof(T)); }
+
+  Shared(const Shared&) = delete;
+  Shared& operator=(const Shared&) = delete;
+
+  T* operator->() const { return mObject; }
+  T& operator*() const { return *mObject; }
+
+ private:
+  T* mObject;
+};
+
+// Each of these is opened by the process that uses it.
+
+class NamedLock {
+ public:
+  bool lock() const { return mLock.lock(); }
+  bool unlock() const { return mLock.unlock(); }
+
+ private:
+  const LmSharedSyncObject mLock{"Bench"};
+};
+
+class FileLock {
+ public:
+  FileLock() : mFile(checked(open("/dev/shm/LmBench.flock", O_RDWR | O_CREAT | O_CLOEXEC, 0600), "open")) {}
+  ~FileLock() { close(mFile); }
+  FileLock(const FileLock&) = delete;
+  FileLock& operator=(const FileLock&) = delete;
+
+  bool lock() const { return flock(mFile, LOCK_EX) == 0; }
+  bool unlock() const { return flock(mFile, LOCK_UN) == 0; }
+
+ private:
+  const int mFile;
+};
+
+class ByteLock {
+ public:
+  ByteLock() : mFile(checked(open("/dev/shm/LmBench.byte", O_RDWR | O_CREAT | O_CLOEXEC, 0600), "open")) {}
+  ~ByteLock() { close(mFile); }
+  ByteLock(const ByteLock&) = delete;
+  ByteLock& operator=(const ByteLock&) = delete;
+
+  bool lock() const { return set(F_WRLCK); }
+  bool unlock() const { return set(F_UNLCK); }
+
+ private:
+  bool set(short type) const {
+    struct flock range = {};
+    range.l_whence = SEEK_SET;
+    range.l_len = 1;
+    range.l_type = type;
+    return fcntl(mFile, F_OFD_SETLKW, &range) == 0;
+  }
+
+  const int mFile;
+};
+
+class RobustMutex {
+ public:
+  RobustMutex() {
+    const int file = checked(open("/dev/shm/LmBench.mutex", O_RDWR | O_CREAT | O_CLOEXEC, 0600), "open");
+    checked(ftruncate(file, sizeof(pthread_mutex_t)), "ftruncate");
+    void* memory = mmap(nullptr, sizeof(pthread_mutex_t), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    close(file);
+    if (memory == MAP_FAILED) {
+      throw std::system_error(errno, std::generic_category(), "mmap");
+    }
+    mMutex = static_cast<pthread_mutex_t*>(memory);
+  }
+  ~RobustMutex() { munmap(mMutex, sizeof(pthread_mutex_t)); }
+  RobustMutex(const RobustMutex&) = delete;
+  RobustMutex& operator=(const RobustMutex&) = delete;
+
+  /// Once, by one process, before anybody locks.
+  void initialise() const {
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
+    pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
+    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+    pthread_mutex_init(mMutex, &attributes);
+    pthread_mutexattr_destroy(&attributes);
+  }
+
+  bool lock() const { return pthread_mutex_lock(mMutex) == 0; }
+  bool unlock() const { return pthread_mutex_unlock(mMutex) == 0; }
+
+ private:
+  pthread_mutex_t* mMutex;
+};
+
+template <class Lock>
+void initialise(const Lock& /*lock*/) {}
+void initialise(const RobustMutex& lock) { lock.initialise(); }
+
+template <class Lock>
+void alone(benchmark::State& state) {
+  const Lock lock;
+  initialise(lock);
   for (auto unused : state) {
     if (!lock.lock() || !lock.unlock()) {
       state.SkipWithError("other processes are not excluded");
@@ -34,10 +150,13 @@ void namedLock(benchmark::State& state) {
     }
   }
 }
-BENCHMARK(namedLock);
+BENCHMARK_TEMPLATE(alone, NamedLock)->Name("lock/named/1");
+BENCHMARK_TEMPLATE(alone, FileLock)->Name("lock/flock/1");
+BENCHMARK_TEMPLATE(alone, ByteLock)->Name("lock/byte/1");
+BENCHMARK_TEMPLATE(alone, RobustMutex)->Name("lock/robust/1");
 
-void namedLockNested(benchmark::State& state) {
-  const LmSharedSyncObject lock("Bench");
+void nested(benchmark::State& state) {
+  const NamedLock lock;
   lock.lock();
   for (auto unused : state) {
     lock.lock();
@@ -45,57 +164,66 @@ void namedLockNested(benchmark::State& state) {
   }
   lock.unlock();
 }
-BENCHMARK(namedLockNested);
+BENCHMARK(nested)->Name("lock/named_nested/1");
 
-void fileLock(benchmark::State& state) {
-  const int file = checked(open("/dev/shm/LmBench.flock", O_RDWR | O_CREAT | O_CLOEXEC, 0600), "open");
-  for (auto unused : state) {
-    checked(flock(file, LOCK_EX), "flock");
-    checked(flock(file, LOCK_UN), "flock");
-  }
-  close(file);
-}
-BENCHMARK(fileLock);
+struct Contest {
+  std::atomic<unsigned> ready;
+  std::atomic<bool> go;
+  unsigned long passes;  // guarded by the lock that is measured
+};
 
-void byteLock(benchmark::State& state) {
-  const int file = checked(open("/dev/shm/LmBench.byte", O_RDWR | O_CREAT | O_CLOEXEC, 0600), "open");
-  struct flock range = {};
-  range.l_whence = SEEK_SET;
-  range.l_len = 1;
-  for (auto unused : state) {
-    range.l_type = F_WRLCK;
-    checked(fcntl(file, F_OFD_SETLKW, &range), "fcntl");
-    range.l_type = F_UNLCK;
-    checked(fcntl(file, F_OFD_SETLK, &range), "fcntl");
-  }
-  close(file);
-}
-BENCHMARK(byteLock);
+constexpr unsigned PASSES = 5000;  // by each process
 
-void robustMutex(benchmark::State& state) {
-  const int file = checked(open("/dev/shm/LmBench.mutex", O_RDWR | O_CREAT | O_CLOEXEC, 0600), "open");
-  checked(ftruncate(file, sizeof(pthread_mutex_t)), "ftruncate");
-  void* memory = mmap(nullptr, sizeof(pthread_mutex_t), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-  if (memory == MAP_FAILED) {
-    throw std::system_error(errno, std::generic_category(), "mmap");
+template <class Lock>
+[[noreturn]] void contend(Contest& contest) {
+  const Lock lock;
+  ++contest.ready;
+  while (!contest.go) {
+    sched_yield();
   }
-  auto* mutex = new (memory) pthread_mutex_t;
-  pthread_mutexattr_t attributes;
-  pthread_mutexattr_init(&attributes);
-  pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
-  pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
-  pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
-  pthread_mutex_init(mutex, &attributes);
-  pthread_mutexattr_destroy(&attributes);
-  for (auto unused : state) {
-    pthread_mutex_lock(mutex);
-    pthread_mutex_unlock(mutex);
+  for (unsigned pass = 0; pass < PASSES; ++pass) {
+    lock.lock();
+    benchmark::DoNotOptimize(++contest.passes);
+    lock.unlock();
   }
-  pthread_mutex_destroy(mutex);
-  munmap(memory, sizeof(pthread_mutex_t));
-  close(file);
+  _exit(0);
 }
-BENCHMARK(robustMutex);
+
+// The time of one pass: that of all of them together, by how many they were.
+template <class Lock>
+void contended(benchmark::State& state) {
+  const auto count = static_cast<unsigned>(state.range(0));
+  initialise(Lock());
+  for (auto unused : state) {
+    const Shared<Contest> contest;
+    std::vector<pid_t> children;
+    for (unsigned i = 0; i < count; ++i) {
+      children.push_back(checked(fork(), "fork"));
+      if (children.back() == 0) {
+        contend<Lock>(*contest);
+      }
+    }
+    while (contest->ready < count) {
+      sched_yield();
+    }
+    const auto begin = std::chrono::steady_clock::now();
+    contest->go = true;
+    for (const pid_t child : children) {
+      waitpid(child, nullptr, 0);
+    }
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
+    if (contest->passes != static_cast<unsigned long>(count) * PASSES) {
+      state.SkipWithError("two were in at once");
+      break;
+    }
+    state.SetIterationTime(taken.count() / static_cast<double>(contest->passes));
+  }
+}
+
+void processes(benchmark::internal::Benchmark* bench) { bench->Arg(2)->Arg(4)->Arg(8)->Iterations(1)->UseManualTime(); }
+BENCHMARK_TEMPLATE(contended, NamedLock)->Name("lock/named")->Apply(processes);
+BENCHMARK_TEMPLATE(contended, FileLock)->Name("lock/flock")->Apply(processes);
+BENCHMARK_TEMPLATE(contended, RobustMutex)->Name("lock/robust")->Apply(processes);
 
 }  // namespace
 
