@@ -17,6 +17,7 @@
 #include <new>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 #include "LmFramework/SharedMemory/LmSharedSyncObject.h"
@@ -169,10 +170,12 @@ BENCHMARK(nested)->Name("lock/named_nested/1");
 struct Contest {
   std::atomic<unsigned> ready;
   std::atomic<bool> go;
-  unsigned long passes;  // guarded by the lock that is measured
+  std::atomic<bool> stop;
+  std::atomic<unsigned long> passes;  // what each of them has counted for itself
+  unsigned long guarded;              // the same, guarded by the lock that is measured
 };
 
-constexpr unsigned PASSES = 5000;  // by each process
+constexpr auto CONTEST = std::chrono::milliseconds(40);
 
 template <class Lock>
 [[noreturn]] void contend(Contest& contest) {
@@ -181,11 +184,13 @@ template <class Lock>
   while (!contest.go) {
     sched_yield();
   }
-  for (unsigned pass = 0; pass < PASSES; ++pass) {
+  unsigned long passes = 0;
+  for (; !contest.stop; ++passes) {
     lock.lock();
-    benchmark::DoNotOptimize(++contest.passes);
+    benchmark::DoNotOptimize(++contest.guarded);
     lock.unlock();
   }
+  contest.passes += passes;
   _exit(0);
 }
 
@@ -208,11 +213,13 @@ void contended(benchmark::State& state) {
     }
     const auto begin = std::chrono::steady_clock::now();
     contest->go = true;
+    std::this_thread::sleep_for(CONTEST);
+    contest->stop = true;
     for (const pid_t child : children) {
       waitpid(child, nullptr, 0);
     }
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
-    if (contest->passes != static_cast<unsigned long>(count) * PASSES) {
+    if (contest->guarded != contest->passes) {
       state.SkipWithError("two were in at once");
       break;
     }
