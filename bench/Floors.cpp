@@ -165,7 +165,7 @@ void copyList(Copying copying, const std::vector<IntegratedDevice>& from, std::v
 }
 
 void copyBytes(const std::vector<IntegratedDevice>& from, std::vector<unsigned char>& to) {
-  std::memcpy(to.data(), from.data(), to.size());
+  std::memcpy(to.data(), static_cast<const void*>(from.data()), to.size());
   benchmark::DoNotOptimize(to.data());
   benchmark::ClobberMemory();
 }

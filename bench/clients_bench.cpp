@@ -100,7 +100,7 @@ void clients(benchmark::State& state) {
   static idl::cost::Phones phones;
   phones.fill(idl::cost::Names::DIFFERENT);
   Board& board = attachBoard();
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     new (&board) Board();
     std::vector<std::unique_ptr<SelfCall>> processes;
     for (unsigned index = 0; index < count; ++index) {

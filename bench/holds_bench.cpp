@@ -118,7 +118,7 @@ template <class Segment>
 void holds(benchmark::State& state, DeviceType source) {
   LmSIntegratedDeviceListImpl& list = theList();
   std::vector<std::pair<const LmSharedSyncObject*, double>> all;
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     records = &all;
     list.updateDeviceList(source);
     records = nullptr;
@@ -137,7 +137,7 @@ void holds(benchmark::State& state, DeviceType source) {
 void holdsAtStart(benchmark::State& state) {
   theList();
   std::vector<std::pair<const LmSharedSyncObject*, double>> all;
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     records = &all;
     {
       LmSIntegratedDeviceListImpl another;
@@ -171,7 +171,7 @@ void readBehindSave(benchmark::State& state) {
   });
   std::vector<double> seconds;
   std::vector<IntegratedDevice> copy;
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     const unsigned long begun = idl::cost::syncCount().begun;
     ++asked;
     while (idl::cost::syncCount().begun == begun) {

@@ -131,7 +131,7 @@ std::string outputOf(const char* argument) { return SelfCall({argument}).output(
 void copyFloor(benchmark::State& state, Copying copying) {
   const std::vector<IntegratedDevice> from = listOf(Names::DIFFERENT);
   std::vector<IntegratedDevice> to = from;
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     idl::cost::copyList(copying, from, to);
   }
 }
@@ -139,7 +139,7 @@ void copyFloor(benchmark::State& state, Copying copying) {
 void bytesFloor(benchmark::State& state) {
   const std::vector<IntegratedDevice> from = listOf(Names::DIFFERENT);
   std::vector<unsigned char> to(from.size() * sizeof(IntegratedDevice));
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     idl::cost::copyBytes(from, to);
   }
 }
@@ -147,7 +147,7 @@ void bytesFloor(benchmark::State& state) {
 void slotsFloor(benchmark::State& state, DeviceType source) {
   listOf(Names::DIFFERENT);
   Source& table = Source::of(source);
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     table.copySlots();
   }
 }
@@ -157,7 +157,7 @@ void refreshFloor(benchmark::State& state, DeviceType source, Names names, Copyi
   std::vector<IntegratedDevice> merged = from;
   std::vector<IntegratedDevice> result = from;
   Source& table = Source::of(source);
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     table.read();
     idl::cost::copyList(copying, from, merged);
     idl::cost::copyList(copying, merged, result);
@@ -167,7 +167,7 @@ void refreshFloor(benchmark::State& state, DeviceType source, Names names, Copyi
 void refresh(benchmark::State& state, DeviceType source, Names names, double calls) {
   const std::vector<IntegratedDevice> list = listOf(names);
   LmSIntegratedDeviceList& service = theList();
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     service.updateDeviceList(source);
   }
   const Allocations counted;
@@ -182,7 +182,7 @@ void refresh(benchmark::State& state, DeviceType source, Names names, double cal
 void readIntoOld(benchmark::State& state) {
   std::vector<IntegratedDevice> list = listOf(Names::DIFFERENT);
   LmSIntegratedDeviceList& service = theList();
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     service.getDeviceList(list);
     benchmark::DoNotOptimize(list.data());
   }
@@ -196,7 +196,7 @@ void readIntoOld(benchmark::State& state) {
 void readIntoNew(benchmark::State& state) {
   listOf(Names::DIFFERENT);
   LmSIntegratedDeviceList& service = theList();
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     std::vector<IntegratedDevice> list;
     service.getDeviceList(list);
     benchmark::DoNotOptimize(list.data());
@@ -211,7 +211,7 @@ void readIntoNew(benchmark::State& state) {
 // The process is there, its libraries are loaded; everything from the first call on counts.
 void firstRefreshOfAProcess(benchmark::State& state) {
   listOf(Names::DIFFERENT);
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     state.SetIterationTime(std::stod(outputOf(FIRST_REFRESH)));
   }
 }
@@ -220,7 +220,7 @@ void refreshThatSaves(benchmark::State& state, bool isSynced) {
   listOf(Names::DIFFERENT);
   idl::cost::setSyncing(isSynced);
   const unsigned long begun = idl::cost::syncCount().begun;
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     thePhones().rename();
     const auto begin = Clock::now();
     theList().updateDeviceList(BLUETOOTH);
@@ -235,7 +235,7 @@ void refreshOfSome(benchmark::State& state, Names names) {
   const auto count = static_cast<unsigned>(state.range(0));
   listOf(names, count);
   LmSIntegratedDeviceList& service = theList();
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     service.updateDeviceList(BLUETOOTH);
   }
   const Allocations counted;
@@ -256,7 +256,7 @@ void bus(benchmark::State& state) {
   static idl::cost::Bus theBus;
   const auto count = static_cast<unsigned>(state.range(0));
   std::vector<idl::cost::DeviceInfo> devices;
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     theBus.getDevices(count, devices);
   }
   checkCount(state, devices);
@@ -267,7 +267,7 @@ void json(benchmark::State& state) {
   const std::string path = std::filesystem::temp_directory_path() / ("lm-bench-" + std::to_string(getpid()) + ".json");
   idl::cost::writeJson(path, count);
   std::vector<idl::cost::DeviceInfo> devices;
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     idl::cost::readJson(path, devices);
   }
   std::filesystem::remove(path);

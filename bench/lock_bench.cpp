@@ -144,7 +144,7 @@ template <class Lock>
 void alone(benchmark::State& state) {
   const Lock lock;
   initialise(lock);
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     if (!lock.lock() || !lock.unlock()) {
       state.SkipWithError("other processes are not excluded");
       break;
@@ -159,7 +159,7 @@ BENCHMARK_TEMPLATE(alone, RobustMutex)->Name("lock/robust/1");
 void nested(benchmark::State& state) {
   const NamedLock lock;
   lock.lock();
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     lock.lock();
     lock.unlock();
   }
@@ -199,7 +199,7 @@ template <class Lock>
 void contended(benchmark::State& state) {
   const auto count = static_cast<unsigned>(state.range(0));
   initialise(Lock());
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     const Shared<Contest> contest;
     std::vector<pid_t> children;
     for (unsigned i = 0; i < count; ++i) {

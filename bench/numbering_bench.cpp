@@ -67,7 +67,7 @@ double callsOf(Provider& provider, const List& list) {
 
 void numberNew(benchmark::State& state) {
   const List list = equalNames(state);
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     Provider provider;
     state.SetIterationTime(provider.number(list));
   }
@@ -80,7 +80,7 @@ void numberKept(benchmark::State& state) {
   const List list = equalNames(state);
   Provider provider;
   provider.number(list);
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     state.SetIterationTime(provider.number(list));
   }
   Provider counted(&countedFormat);
