@@ -152,6 +152,14 @@ void slotsFloor(benchmark::State& state, DeviceType source) {
   }
 }
 
+void readsFloor(benchmark::State& state, DeviceType source) {
+  listOf(Names::DIFFERENT);
+  Source& table = Source::of(source);
+  for ([[maybe_unused]] auto turn : state) {
+    table.read();
+  }
+}
+
 void refreshFloor(benchmark::State& state, DeviceType source, Names names, Copying copying) {
   const std::vector<IntegratedDevice> from = listOf(names);
   std::vector<IntegratedDevice> merged = from;
@@ -296,6 +304,7 @@ void addAll() {
   for (const DeviceType source : idl::cost::SOURCES) {
     const std::string sourceName = idl::cost::nameOf(source);
     add("floor/slots/" + sourceName, slotsFloor, source);
+    add("floor/locked_reads/" + sourceName, readsFloor, source);
     for (const Names names : idl::cost::NAMINGS) {
       const std::string row = sourceName + "/" + idl::cost::nameOf(names);
       for (const Copying copying : {Copying::CALLED_BYTES, Copying::SHORT_TEXTS_BYTES}) {

@@ -298,6 +298,17 @@ def refresh_table(results):
             yield (f"{title}, {slots} of 33, {names}", *times, duration(copy), number(row["ns"] / copy), *counts)
 
 
+def parts_table(results):
+    yield ("refresh, 33 names", "time", "locks and guarded copies", "two copies of the list", "all else")
+    for source, (title, _, _) in SOURCES.items():
+        refresh, reads = results.ns(f"refresh/{source}/different"), results.ns(f"floor/locked_reads/{source}")
+        copy = results.least("floor/read/")
+        if None not in (refresh, reads, copy):
+            shares = [f"{duration(part)}, {part / refresh:.0%}" for part in (reads, 2 * copy)]
+            rest = refresh - reads - 2 * copy
+            yield (title, duration(refresh), *shares, f"{duration(rest)}, {rest / refresh:.0%}" if rest > 0 else "0")
+
+
 OTHERS = (
     ("list read of 33 into a list of that size", "read/old", "allocations"),
     ("list read of 33 into a new list", "read/new", "allocations"),
@@ -358,7 +369,7 @@ def growth_table(results):
         yield (order["name"], *ends, order["order"], f"{order['error'] * 100:.0f} %")
 
 
-TABLES = (figures_table, refresh_table, others_table, holds_table, locks_table, growth_table)
+TABLES = (figures_table, refresh_table, parts_table, others_table, holds_table, locks_table, growth_table)
 
 
 def as_text(table):
