@@ -27,6 +27,19 @@ struct Called {
   }
 };
 
+struct Chunks {
+  static void copy(void* to, const void* from, std::size_t size) {
+    constexpr std::size_t CHUNK = 64;
+    auto* target = static_cast<unsigned char*>(to);
+    const auto* source = static_cast<const unsigned char*>(from);
+    std::size_t done = 0;
+    for (; done + CHUNK <= size; done += CHUNK) {
+      std::memcpy(target + done, source + done, CHUNK);
+    }
+    std::memcpy(target + done, source + done, size - done);
+  }
+};
+
 void assignAnew(std::string& to, const std::string& from) { to.assign(from.data(), from.size()); }
 
 void assignInPlace(std::string& to, const std::string& from) {
@@ -140,8 +153,10 @@ const char* nameOf(Copying copying) {
       return "inline_bytes";
     case Copying::CALLED_BYTES:
       return "called_bytes";
-    default:
+    case Copying::TEXTS_IN_PLACE:
       return "texts_in_place";
+    default:
+      return "chunks";
   }
 }
 
@@ -156,8 +171,11 @@ void copyList(Copying copying, const std::vector<IntegratedDevice>& from, std::v
     case Copying::CALLED_BYTES:
       copyRecords<Called, assignAnew>(from, to);
       break;
-    case Copying::SHORT_TEXTS_BYTES:
+    case Copying::TEXTS_IN_PLACE:
       copyRecords<Called, assignInPlace>(from, to);
+      break;
+    case Copying::CHUNKS:
+      copyRecords<Chunks, assignInPlace>(from, to);
       break;
   }
   benchmark::DoNotOptimize(to.data());

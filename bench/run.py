@@ -323,6 +323,7 @@ OTHERS = (
     ("floor of a read: bytes in line", "floor/read/inline_bytes", None),
     ("floor of a read: bytes by memcpy()", "floor/read/called_bytes", None),
     ("floor of a read: the same, texts in place", "floor/read/texts_in_place", None),
+    ("floor of a read: the same, in chunks instead of by memcpy()", "floor/read/chunks", None),
     ("as many bytes, no texts", "floor/bytes", None),
 )
 
