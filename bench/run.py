@@ -259,7 +259,7 @@ def line(points):
 
 
 def number(value):
-    if value == 0 or value >= 100:
+    if value == round(value) or value >= 100:
         return f"{value:.0f}"
     return f"{value:.1f}" if value >= 10 else f"{value:.2f}"
 
