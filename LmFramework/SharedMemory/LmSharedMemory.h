@@ -35,13 +35,14 @@
 /// A process that dies while it creates a segment leaves one that the next to attach makes whole: what is still
 /// empty under the lock was never sized.
 ///
+/// The calls are those with 64-bit offsets by name, so that a 32-bit program may be compiled without
+/// _FILE_OFFSET_BITS and still share this code with the library.
+///
 /// The mapping is for whoever owns the table. It is as long as it should be even if the object is shorter, and touching
 /// what is beyond the object's end kills the process; a reader of somebody else's table therefore copies with read().
 template <class T, unsigned N>
 class LmSharedMemory : public LmSharedSyncObject {
   static_assert(std::is_trivially_copyable_v<T>, "a record in shared memory has no life of its own");
-
-  static_assert(sizeof(off_t) == 8, "compile with _FILE_OFFSET_BITS=64, as the library is");
 
   struct Segment {
     std::uint32_t dataSize;
@@ -63,7 +64,7 @@ class LmSharedMemory : public LmSharedSyncObject {
     if (!open(objectName.ToCHAR(LmString::EN_CP_UTF8))) {
       return;
     }
-    address = ::mmap(nullptr, SEGMENT_SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    address = ::mmap64(nullptr, SEGMENT_SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     if (address == MAP_FAILED) {
       LmDbgOutput::DbgPrintStdErr(FILE_TEXT, FUNCTION, 151, "mmap error\n");
       return;
@@ -104,7 +105,7 @@ class LmSharedMemory : public LmSharedSyncObject {
     std::size_t done = 0;
     while (done < size) {
       const ssize_t count =
-          ::pread(fd, static_cast<char*>(buffer) + done, size - done, static_cast<off_t>(offset + done));
+          ::pread64(fd, static_cast<char*>(buffer) + done, size - done, static_cast<off64_t>(offset + done));
       if (count < 0 && errno == EINTR) {
         continue;
       }
@@ -127,24 +128,24 @@ class LmSharedMemory : public LmSharedSyncObject {
   /// is never lengthened. Call with the lock held. The first refusal is logged.
   /// @return whether all was written.
   bool write(std::size_t offset, const void* buffer, std::size_t size) const {
-    struct stat status = {};
+    struct stat64 status = {};
     if (address == MAP_FAILED) {
       return false;
     }
-    if (::fstat(fd, &status) != 0) {
+    if (::fstat64(fd, &status) != 0) {
       if (isFirstShortfall()) {
         LmDbgOutput::DbgPrintStdErr(FILE_TEXT, FUNCTION, __LINE__, "fstat error\n");
       }
       return false;
     }
-    if (status.st_size < static_cast<off_t>(offset + size)) {
+    if (status.st_size < static_cast<off64_t>(offset + size)) {
       logTooSmall();
       return false;
     }
     std::size_t done = 0;
     while (done < size) {
       const ssize_t count =
-          ::pwrite(fd, static_cast<const char*>(buffer) + done, size - done, static_cast<off_t>(offset + done));
+          ::pwrite64(fd, static_cast<const char*>(buffer) + done, size - done, static_cast<off64_t>(offset + done));
       if (count < 0 && errno == EINTR) {
         continue;
       }
@@ -192,7 +193,7 @@ class LmSharedMemory : public LmSharedSyncObject {
     }
     if (created) {
       ::fchmod(fd, MODE);  // whatever the umask took; fails only where another user died creating it
-      if (::ftruncate(fd, static_cast<off_t>(SEGMENT_SIZE)) == -1) {
+      if (::ftruncate64(fd, static_cast<off64_t>(SEGMENT_SIZE)) == -1) {
         shortfallLogged = true;  // this line says it
         LmDbgOutput::DbgPrintStdErr(FILE_TEXT, FUNCTION, 135, "ftruncate error\n");
       }
@@ -205,8 +206,8 @@ class LmSharedMemory : public LmSharedSyncObject {
     if (fd == -1 && errno == EACCES) {
       fd = ::shm_open(objectName, O_RDWR, MODE);  // fs.protected_regular forbids O_CREAT on another user's object
     }
-    struct stat status = {};
-    if (fd == -1 || ::fstat(fd, &status) != 0) {
+    struct stat64 status = {};
+    if (fd == -1 || ::fstat64(fd, &status) != 0) {
       return;
     }
     if (!S_ISREG(status.st_mode)) {  // a pipe or a device, of which some can be mapped: nobody's table
