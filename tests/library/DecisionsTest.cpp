@@ -103,6 +103,16 @@ TEST_F(AListener, HearsThatARecordIsLeftOut) {
               ElementsAre("left out Nowhere", "left out Negative", "loaded 0", "merging", "numbering", "0 gets 1"));
 }
 
+TEST_F(AListener, HearsOnceThatTheNumbersAreLoaded) {
+  EXPECT_THAT(heardAt(DEVICE_TYPE_AAP), Contains("loaded 0"));
+  Notes notes;
+
+  service.start();
+  service.tryStart(DEVICE_TYPE_AAP);
+
+  EXPECT_THAT(notes.take(), IsEmpty());
+}
+
 TEST_F(AListener, HearsEachFoldInItsOrder) {
   btTable.phone(0, 3, "Paired");
   cpTable.phone(0, 7, "CarPlay", 3);

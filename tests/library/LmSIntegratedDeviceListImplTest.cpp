@@ -4,11 +4,16 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <type_traits>
 #include <vector>
 
+#include "AapIntegratedDeviceList.h"
+#include "BtIntegratedDeviceList.h"
+#include "CpIntegratedDeviceList.h"
 #include "LmSIntegratedDeviceListImpl.h"
+#include "SuffixProvider.h"
 #include "support/LogCapture.h"
 #include "support/PhoneTables.h"
 #include "support/SaveFolder.h"
@@ -245,6 +250,37 @@ TEST_F(AServiceThatAwaitsBluetooth, StaysStartedAfterwards) {
   service.updateDeviceList(DEVICE_TYPE_AAP);
 
   EXPECT_THAT(list(), SizeIs(1));
+}
+
+// Of adapters and a provider that it is given, as whoever looks at a unit makes one.
+class AServiceOfGivenParts : public AService {
+ protected:
+  static std::unique_ptr<LmSIntegratedDeviceListImpl> made(bool awaitsBluetooth) {
+    return std::make_unique<LmSIntegratedDeviceListImpl>(
+        std::make_unique<BtIntegratedDeviceList>(), std::make_unique<CpIntegratedDeviceList>(),
+        std::make_unique<AapIntegratedDeviceList>(), std::make_unique<SuffixProvider>(), awaitsBluetooth);
+  }
+};
+
+TEST_F(AServiceOfGivenParts, IsInitialisedAndStartsWithTheFirstReport) {
+  const auto given = made(false);
+  List phones;
+
+  given->updateDeviceList(DEVICE_TYPE_AAP);
+
+  EXPECT_TRUE(given->getDeviceList(phones));
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(AServiceOfGivenParts, AwaitsBluetoothIfItIsToldTo) {
+  const auto given = made(true);
+  List phones;
+
+  given->updateDeviceList(DEVICE_TYPE_AAP);
+  EXPECT_FALSE(given->getDeviceList(phones));
+  given->updateDeviceList(DEVICE_TYPE_BT);
+
+  EXPECT_TRUE(given->getDeviceList(phones));
 }
 
 // --- The merge --------------------------------------------------------------------------------------------------
