@@ -21,6 +21,7 @@
 #include "CarPlayInfoSharedMem.h"
 #include "CpIntegratedDeviceList.h"
 #include "FuncInfoSharedMem.h"
+#include "LmFramework/LmSyncGuard.h"
 #include "SystemCallRecorder.h"
 #include "support/CapturedStdErr.h"
 #include "support/ChildProcess.h"
@@ -399,6 +400,19 @@ TYPED_TEST(EverySegment, IsNotWrittenWhereItsLengthCannotBeSeen) {
   EXPECT_THAT(this->mRecorder.take(), Not(Contains(StartsWith("pwrite"))));
   const SystemCallRecorder::Pause pause;
   EXPECT_EQ(this->mRaw->all(), std::string(this->mFormat.size(), 0x5A));
+  EXPECT_THAT(this->mLog.lines(), ElementsAre(segmentLine("fstat error")));
+}
+
+TYPED_TEST(EverySegment, ReportsOnceThatItsLengthCannotBeSeen) {
+  this->make(this->mFormat.size());
+  this->mRecorder.failAll("fstat", EIO);
+  const TypeParam segment;
+  const LmSyncGuard guard(segment);
+  const std::uint32_t word = 1;
+
+  EXPECT_FALSE(segment.write(0, &word, sizeof(word)));
+  EXPECT_FALSE(segment.write(0, &word, sizeof(word)));
+
   EXPECT_THAT(this->mLog.lines(), ElementsAre(segmentLine("fstat error")));
 }
 
