@@ -23,6 +23,15 @@ constexpr char TABLE[] =
     R"("cpDeviceId":"0","name":"a","port":0,"row":1,"session":0,"suffix":1,"type":"bt"}],"started":true},)"
     R"("pass":true,"schema":1,"size":"1124","source":"bt","state":"present","timeMs":5})";
 
+// A line with its number, if it has none.
+std::string numbered(const std::string& line, std::size_t number) {
+  if (line.empty() || line.back() != '}' || line.find("\"line\":") != std::string::npos) {
+    return line;
+  }
+  const std::string before = line.substr(0, line.size() - 1);
+  return before + (before.back() == '{' ? "" : ",") + "\"line\":" + std::to_string(number) + '}';
+}
+
 class AHostileRecording : public testing::Test {
  protected:
   // The exit code of whatever reads it; all of them have to agree.
@@ -35,12 +44,14 @@ class AHostileRecording : public testing::Test {
     return scenario.exitCode();
   }
 
-  int exitCodeOfLines(const std::vector<std::string>& lines) {
+  int exitCodeOfLines(const std::vector<std::string>& lines) { return exitCodeOf(textOf(lines)); }
+
+  static std::string textOf(const std::vector<std::string>& lines) {
     std::string text;
-    for (const std::string& line : lines) {
-      text += line + '\n';
+    for (std::size_t k = 0; k < lines.size(); ++k) {
+      text += numbered(lines[k], k + 1) + '\n';
     }
-    return exitCodeOf(text);
+    return text;
   }
 
   // The table's line with one thing changed.
@@ -158,6 +169,42 @@ TEST_F(AHostileRecording, IsDamagedWhereItContradictsItself) {
   EXPECT_EQ(exitCodeOfLines({HEADER, BEGIN, R"({"event":"end","schema":1,"timeMs":1})", TABLE}), 4);
 }
 
+// Whoever checks a recording compares the lists of its passes, and would never have seen such a one.
+TEST_F(AHostileRecording, IsDamagedByAListWithoutAPass) {
+  EXPECT_EQ(exitCodeOfTable([](json& line) { line["pass"] = false; }), 4);
+  EXPECT_THAT(mMessage, HasSubstr("a list without a pass"));
+  EXPECT_EQ(exitCodeOfTable([](json& line) {
+              line["pass"] = false;
+              line.erase("list");
+            }),
+            0);
+}
+
+TEST_F(AHostileRecording, IsDamagedByALineThatWasLostOrPutIn) {
+  const std::vector<std::function<void()>> day = aDayInACar();
+  const std::string text = recordingOf(mFolder.path(), {day.begin(), day.begin() + 4});
+  std::vector<std::string> lines;
+  std::istringstream input(text);
+  for (std::string line; std::getline(input, line);) {
+    lines.push_back(line);
+  }
+  for (std::size_t k = 0; k + 1 < lines.size(); ++k) {
+    std::vector<std::string> lost = lines;
+    lost.erase(lost.begin() + static_cast<std::ptrdiff_t>(k));
+    EXPECT_EQ(exitCodeOfLines(lost), 4) << lines[k];
+    std::vector<std::string> twice = lines;
+    twice.insert(twice.begin() + static_cast<std::ptrdiff_t>(k), lines[k]);
+    EXPECT_EQ(exitCodeOfLines(twice), 4) << lines[k];
+  }
+  EXPECT_EQ(exitCodeOfLines(lines), 0);
+}
+
+TEST_F(AHostileRecording, IsDamagedByLinesWithoutANumber) {
+  EXPECT_EQ(exitCodeOf(std::string(HEADER) + '\n'), 4);
+  EXPECT_EQ(exitCodeOfLines({HEADER, R"({"event":"begin","line":"2","schema":1,"timeMs":0})"}), 4);
+  EXPECT_EQ(exitCodeOfLines({HEADER, R"({"event":"begin","line":-2,"schema":1,"timeMs":0})"}), 4);
+}
+
 TEST_F(AHostileRecording, IsDamagedByMembersOfAnotherKind) {
   const json table = json::parse(TABLE);
   for (const auto& [key, value] : table.items()) {
@@ -189,7 +236,7 @@ TEST_F(AHostileRecording, IsNotThere) {
 }
 
 TEST_F(AHostileRecording, IsDamagedForWhoeverChecksIt) {
-  const std::string path = write(mFolder.path(), "recording", std::string(HEADER) + '\n' + BEGIN + "\n{}\n");
+  const std::string path = write(mFolder.path(), "recording", textOf({HEADER, BEGIN, "{}"}));
 
   EXPECT_EQ(Invocation({"replay", path, "--check"}).exitCode(), 4);
   EXPECT_EQ(Invocation({"replay", path}).exitCode(), 4);

@@ -91,6 +91,68 @@ TEST(AName, BecomesAnotherOfTheSameClasses) {
   EXPECT_NE(Pseudonyms("another salt 123").name("Anna's iPhone"), name);
 }
 
+// Bytes of other encodings had all stayed.
+TEST(AName, ThatIsNoUtf8KeepsNoTwoNeighboursAboveAscii) {
+  const std::vector<std::string> names = {
+      "\xd5\xc5\xc8\xfd",              // GBK
+      "\xc0\xee\xc3\xf7",              // GBK
+      "\xc2\xb3\xd0\xa1\xc3\xf7",      // GBK, which begins as UTF-8 does
+      "\xcd\xf5\xd0\xa1\xc3\xf7",      // GBK
+      "\xb1\xe8\xbf\xb5\xc8\xf1",      // EUC-KR
+      "\x83\x74\x83\x48\x83\x93",      // Shift-JIS
+      "\xc4nne",                       // Latin-1
+      "M\xfcller",                     // Latin-1
+      "\xcf\xe0\xf0\xe8\xff",          // Windows-1251
+      "\xe2\x80\x99\xff\xe2\x80\x99",  // UTF-8 all but one byte
+  };
+  constexpr int SALTS = 40;
+  for (const std::string& name : names) {
+    // Each byte may become itself by chance; what stays with all salts has stayed.
+    std::string stayed(name.size(), 'x');
+    for (int salt = 0; salt < SALTS; ++salt) {
+      const std::string other = Pseudonyms("salt " + std::to_string(salt)).name(name);
+      ASSERT_EQ(classesOf(other), classesOf(name));
+      ASSERT_FALSE(isUtf8(other)) << testing::PrintToString(other);
+      for (std::size_t k = 0; k < name.size(); ++k) {
+        stayed[k] = other[k] == name[k] ? stayed[k] : '.';
+      }
+    }
+    for (std::size_t k = 0; k < name.size(); ++k) {
+      const bool isAscii = static_cast<unsigned char>(name[k]) < 0x80;
+      const bool hasNeighbour = k > 0 && stayed[k - 1] == 'x';
+      EXPECT_FALSE(stayed[k] == 'x' && (isAscii ? std::isalpha(name[k]) != 0 : hasNeighbour))
+          << testing::PrintToString(name) << ' ' << stayed;
+    }
+  }
+  EXPECT_NE(Pseudonyms(SALT).name("\xd5\xc5\xc8\xfd"), "\xd5\xc5\xc8\xfd");
+}
+
+TEST(AName, ThatIsNoUtf8AndWasCutIsStillTheBeginningOfTheWholeOne) {
+  const Pseudonyms pseudonyms(SALT);
+  const std::string whole = "\xcd\xf5\xd0\xa1\xc3\xf7\xb5\xc4\xca\xd6\xbb\xfa";
+
+  for (std::size_t length = 2; length < whole.size(); ++length) {
+    EXPECT_THAT(pseudonyms.name(whole), StartsWith(pseudonyms.name(whole.substr(0, length))));
+  }
+}
+
+TEST(Names, OfTwoBytesDoNotBecomeEqual) {
+  const Pseudonyms pseudonyms(SALT);
+  std::set<std::string> names;
+
+  for (unsigned first = 0x7F; first <= 0xFF; ++first) {
+    for (unsigned second = 0x7F; second <= 0xFF; ++second) {
+      const std::string text = {static_cast<char>(first), static_cast<char>(second)};
+      const std::string name = pseudonyms.name(text);
+      ASSERT_EQ(isUtf8(name), isUtf8(text)) << testing::PrintToString(text);
+      ASSERT_EQ(classesOf(name), classesOf(text));
+      names.insert(name);
+    }
+  }
+
+  EXPECT_EQ(names.size(), 129U * 129U);
+}
+
 TEST(AName, KeepsTheNumberAtItsEnd) {
   const Pseudonyms pseudonyms(SALT);
 

@@ -143,6 +143,55 @@ TEST_F(Record, GivesOtherNames) {
   EXPECT_EQ(record.out().find("Phone"), std::string::npos);
 }
 
+TEST_F(Record, WarnsOfAThirdNumberThatOtherNamesLose) {
+  BtPublisher bt;
+  bt.initialise();
+  bt.put(0, {3, "Phone 1 2", ""});
+  bt.put(1, {4, "Phone 1 2 2", ""});
+  const std::string path = mFolder.path() / "recording";
+
+  const Invocation live({"record", "--timeout", "10ms", "--pseudonymise"});
+  const Invocation own({"record", "--timeout", "10ms", "-o", path});
+  const Invocation copy({"record", "--from", path, "--pseudonymise"});
+
+  EXPECT_THAT(live.err(), HasSubstr("\"Phone 1 2 2\" has three numbers at its end"));
+  EXPECT_THAT(copy.err(), HasSubstr("\"Phone 1 2 2\" has three numbers at its end"));
+  EXPECT_EQ(own.err(), "");
+}
+
+TEST_F(Record, WarnsOfNoNumbersThatOtherNamesKeep) {
+  BtPublisher bt;
+  bt.initialise();
+  bt.put(0, {3, "Phone 1", ""});
+  bt.put(1, {4, "Phone 1 2", ""});
+  bt.put(2, {5, "Other 1 2 2", ""});
+
+  EXPECT_EQ(Invocation({"record", "--timeout", "10ms", "--pseudonymise"}).err(), "");
+}
+
+TEST_F(Record, IsNotWrittenOverAnother) {
+  const std::string path = write(mFolder.path(), "recording", "tuesday\n");
+  const std::string empty = write(mFolder.path(), "empty", "");
+
+  const Invocation refused({"record", "--timeout", "10ms", "-o", path});
+
+  EXPECT_EQ(refused.exitCode(), 3);
+  EXPECT_THAT(refused.err(), HasSubstr("--force"));
+  EXPECT_EQ(mFolder.contents("recording"), "tuesday\n");
+  EXPECT_EQ(Invocation({"record", "--timeout", "10ms", "-o", empty}).exitCode(), 0);
+  EXPECT_EQ(Invocation({"record", "--timeout", "10ms", "-o", path, "--force"}).exitCode(), 0);
+  EXPECT_EQ(eventsOf(mFolder.contents("recording")).back().kind, Event::Kind::END);
+}
+
+TEST_F(Record, GoesToStandardOutputForADash) {
+  const Invocation record({"record", "--timeout", "10ms", "-o", "-"});
+  const std::string from = write(mFolder.path(), "recording", record.out());
+
+  EXPECT_EQ(eventsOf(record.out()).back().kind, Event::Kind::END);
+  EXPECT_EQ(Invocation({"record", "--from", from, "-o", "-"}).out(), record.out());
+  EXPECT_FALSE(std::filesystem::exists("-"));
+}
+
 TEST_F(Record, IsARecordingOfJsonObjectsWithSortedKeys) {
   const std::string text = recordingOf(mFolder.path(), aDayInACar());
   std::istringstream input(text);
@@ -193,6 +242,56 @@ TEST_F(ACopyOfARecording, IsWrittenWhereALinkLeads) {
 
   EXPECT_TRUE(std::filesystem::is_symlink(link));
   EXPECT_EQ(contentsOf(mOther), mText);
+}
+
+TEST_F(ACopyOfARecording, IsWrittenWhereALinkLeadsThatLedNowhere) {
+  const std::string link = mFolder.path() / "link";
+  std::filesystem::create_symlink("new", link);
+
+  EXPECT_EQ(Invocation({"record", "--from", mFrom, "-o", link}).exitCode(), 0);
+
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(contentsOf(mFolder.path() / "new"), mText);
+}
+
+TEST_F(ACopyOfARecording, MayHaveTheLongestNameThatThereIs) {
+  const std::string path = mFolder.path() / std::string(255, 'x');
+
+  EXPECT_EQ(Invocation({"record", "--from", mFrom, "-o", path}).exitCode(), 0);
+
+  EXPECT_EQ(contentsOf(path), mText);
+}
+
+TEST_F(ACopyOfARecording, IsWrittenToAFileInAFolderThatIsSomebodyElses) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can be another user";
+  }
+  chmod(mFolder.path().c_str(), 0755);
+  chmod(mOther.c_str(), 0666);
+
+  ChildProcess copy([this] {
+    become(NOBODY, {NOBODY});
+    return Invocation({"record", "--from", mFrom, "-o", mOther}).exitCode();
+  });
+
+  EXPECT_EQ(copy.wait(), 0);
+  EXPECT_EQ(contentsOf(mOther), mText);
+}
+
+TEST_F(ACopyOfARecording, LeavesNothingWhenItIsStopped) {
+  const std::string pipe = mFolder.path() / "pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  for (const int signal : {SIGTERM, SIGINT, SIGKILL}) {
+    ChildProcess copy([&] { return Invocation({"record", "--from", pipe, "-o", mOther}).exitCode(); });
+    std::ofstream half(pipe);  // is open once the other side is
+    half << mText.substr(0, mText.size() / 2) << std::flush;
+
+    copy.signal(signal);
+
+    EXPECT_NE(copy.wait(), 0);
+    EXPECT_EQ(files(), 3U);
+    EXPECT_EQ(contentsOf(mOther), "something else");
+  }
 }
 
 TEST_F(ACopyOfARecording, IsNotWrittenOverWhatItIsMadeOf) {

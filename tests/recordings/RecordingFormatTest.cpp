@@ -104,6 +104,23 @@ TEST_F(ARecording, NotesThatATableWasReadWithoutItsLock) {
   EXPECT_THAT(recordingOf(mFolder.path(), {}), Not(HasSubstr("readWithoutLock")));
 }
 
+// Who dies while it holds the lock leaves the bytes as they were.
+TEST_F(ARecording, NotesThatTheSameBytesAreReadWithoutTheirLockAndWithItAgain) {
+  BtPublisher bt;
+  bt.initialise();
+  const LmSharedSyncObject lock("BtPairedDeviceList");
+
+  const std::vector<std::string> lines =
+      linesOf(recordingOf(mFolder.path(), {[&] { lock.lock(); }, [] {}, [&] { lock.unlock(); }, [] {}}));
+
+  ASSERT_EQ(lines.size(), 6U);  // that it is one, where the list begins, the table three times, the end
+  EXPECT_THAT(lines[2], Not(HasSubstr("readWithoutLock")));
+  EXPECT_EQ(nlohmann::json::parse(lines[3]).at("readWithoutLock"), true);
+  EXPECT_EQ(nlohmann::json::parse(lines[3]).at("changed"), nlohmann::json::array());
+  EXPECT_EQ(nlohmann::json::parse(lines[3]).at("pass"), false);
+  EXPECT_THAT(lines[4], Not(HasSubstr("readWithoutLock")));
+}
+
 TEST_F(ARecording, IsCutAnywhereAndReadUpToItsLastWholeLine) {
   const std::string text = recordingOf(mFolder.path(), {[] {
                                          BtPublisher bt;

@@ -4,6 +4,7 @@
 
 #include <fstream>
 #include <functional>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -82,6 +83,19 @@ inline std::vector<std::function<void()>> aDayInACar() {
       [] { CpPublisher().writeGarbage(3); },
       [] { AapPublisher().initialise(); },
   };
+}
+
+/// The same lines, numbered from the first to the last.
+inline std::string renumbered(const std::string& text) {
+  std::istringstream input(text);
+  std::string result;
+  std::size_t number = 0;
+  for (std::string line; std::getline(input, line);) {
+    auto object = nlohmann::json::parse(line);
+    object["line"] = ++number;
+    result += object.dump(-1, ' ', true) + '\n';
+  }
+  return result;
 }
 
 /// A file of a test's own folder.

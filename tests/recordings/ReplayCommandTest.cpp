@@ -260,6 +260,7 @@ TEST_F(Replay, PutsNoSavedTableWhereNoneCouldBeRead) {
     }
     const json saved = {{"event", "saved"}, {"schema", 1}, {"state", state}, {"timeMs", 0}};
     text.insert(text.find('\n') + 1, saved.dump() + '\n');
+    text = renumbered(text);
 
     const Invocation replay({"replay", write(mFolder.path(), "other", text), "--speed", "1000", "--save-dir", folder});
 

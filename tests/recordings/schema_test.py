@@ -71,12 +71,16 @@ def main():
         for number, line in enumerate(text.splitlines()):
             found = demand(schema, line)
             lines += 1
+            assert found["line"] == number + 1
             if number > 5:
                 continue  # of these, enough have been spoilt
             demand_refusal(schema, found, ["colour"], "red")
             demand_refusal(schema, found, ["schema"], 2)
+            demand_refusal(schema, found, ["line"], 0)
             if found["event"] == "table":
                 demand_refusal(schema, found, ["pass"], 1)
+                if "list" in found:
+                    demand_refusal(schema, found, ["pass"], False)
                 for at, row in enumerate(found.get("list", {}).get("rows", [])):
                     demand_refusal(schema, found, ["list", "rows", at, "cpDeviceId"], 7)
                     demand_refusal(schema, found, ["list", "rows", at, "btid"], row["btid"] + 256)

@@ -86,28 +86,93 @@ Class range(unsigned first, unsigned last) {
 
 enum class Letters { ALL, HEXADECIMAL };
 
-/// What may stand for a byte, and how many bytes of the same character follow. UTF-8 stays what it is, and what is none
-/// stays none: the leading bytes that narrow what may follow are classes of their own.
-class Classes {
+/// How far a text is UTF-8, byte by byte. A character that the text's end cuts off is no error.
+class Utf8Progress {
  public:
-  explicit Classes(Letters letters) : mIsHexadecimal(letters == Letters::HEXADECIMAL) {}
+  bool isWithin() const { return mLeft > 0; }
+  bool isBroken() const { return mIsBroken; }
 
-  Class next(unsigned char byte) {
-    if (mLeft > 0 && byte >= mFirst && byte <= mLast) {
-      Class members = mStays ? Class{byte} : range(mFirst, mLast);
+  bool goesOnWith(unsigned char byte) const { return isWithin() && byte >= mFirst && byte <= mLast; }
+
+  /// Of the character that isWithin(): its first byte, and what the next may be.
+  unsigned char lead() const { return mLead; }
+  unsigned char first() const { return mFirst; }
+  unsigned char last() const { return mLast; }
+
+  void take(unsigned char byte) {
+    if (mIsBroken) {
+      return;
+    }
+    if (goesOnWith(byte)) {
       --mLeft;
-      // General punctuation, marks for the direction of writing among it, is what it was.
-      mStays = mStays && byte <= 0x81 && mLead == 0xE2;
       mFirst = 0x80;
       mLast = 0xBF;
-      return members;
+    } else if (isWithin() || (byte >= 0x80 && byte < 0xC2) || byte > 0xF4) {
+      mIsBroken = true;
+      mLeft = 0;
+    } else if (byte >= 0x80) {
+      mLead = byte;
+      mFirst = byte == 0xE0 ? 0xA0 : byte == 0xF0 ? 0x90 : 0x80;
+      mLast = byte == 0xED ? 0x9F : byte == 0xF4 ? 0x8F : 0xBF;
+      mLeft = byte < 0xE0 ? 1 : byte < 0xF0 ? 2 : 3;
     }
-    mLeft = 0;
-    return leading(byte);
   }
 
  private:
-  Class leading(unsigned char byte) {
+  bool mIsBroken = false;
+  unsigned mLeft = 0;
+  unsigned char mLead = 0;
+  unsigned char mFirst = 0x80;
+  unsigned char mLast = 0xBF;
+};
+
+// Blanks at the end may be those in front of a number: a character that was cut before them is cut at the end.
+bool isBrokenUtf8(std::string_view text) {
+  text = text.substr(0, text.find_last_not_of(' ') + 1);
+  Utf8Progress progress;
+  for (const char byte : text) {
+    progress.take(static_cast<unsigned char>(byte));
+  }
+  return progress.isBroken();
+}
+
+/// What may stand for a byte. UTF-8 stays what it is, and what is none stays none, up to the same place: the leading
+/// bytes that narrow what may follow are classes of their own. The bytes of a text in another encoding say more than
+/// those of UTF-8 do, so that nothing above ASCII stays for what it is.
+class Classes {
+ public:
+  Classes(Letters letters, bool isBroken) : mIsHexadecimal(letters == Letters::HEXADECIMAL), mIsBroken(isBroken) {}
+
+  Class next(unsigned char byte) {
+    Class members = of(byte);
+    const bool goesOn = mProgress.goesOnWith(byte);
+    mProgress.take(byte);
+    if (!goesOn) {
+      // With their next byte: signs of Latin-1, punctuation, private characters and the mark of the byte order, and
+      // which plane it is.
+      mStays = !mIsBroken && (byte == 0xC2 || byte == 0xE2 || byte == 0xEE || byte == 0xEF || byte == 0xF0);
+    } else {
+      // General punctuation, marks for the direction of writing among it, is what it was.
+      mStays = mStays && byte <= 0x81 && mProgress.lead() == 0xE2;
+    }
+    return members;
+  }
+
+ private:
+  Class of(unsigned char byte) const {
+    if (byte < 0x80) {
+      return ascii(byte);
+    }
+    if (mProgress.goesOnWith(byte)) {
+      return mStays ? Class{byte} : range(mProgress.first(), mProgress.last());
+    }
+    if (mProgress.isBroken()) {
+      return byte < 0xC0 ? range(0x80, 0xBF) : range(0xC0, 0xFF);
+    }
+    return mProgress.isWithin() ? breakingWithin(byte) : leading(byte);
+  }
+
+  Class ascii(unsigned char byte) const {
     if (byte >= '0' && byte <= '9') {
       return range('0', '9');
     }
@@ -123,30 +188,46 @@ class Classes {
     if (byte >= 'a' && byte <= 'z') {
       return range('a', 'z');
     }
-    if (byte < 0xC2 || byte > 0xF4) {
-      return {byte};  // ASCII that is no letter, and bytes that are no character's beginning
+    return {byte};  // no letter
+  }
+
+  // No byte that the character could go on with.
+  Class breakingWithin(unsigned char byte) const {
+    Class members = byte < 0xC0 ? range(0x80, 0xBF) : range(0xC0, 0xFF);
+    members.erase(std::remove_if(members.begin(), members.end(),
+                                 [this](unsigned char member) { return mProgress.goesOnWith(member); }),
+                  members.end());
+    return members;
+  }
+
+  Class leading(unsigned char byte) const {
+    if (byte < 0xC0) {
+      return range(0x80, 0xBF);
     }
-    mLead = byte;
-    mFirst = byte == 0xE0 ? 0xA0 : byte == 0xF0 ? 0x90 : 0x80;
-    mLast = byte == 0xED ? 0x9F : byte == 0xF4 ? 0x8F : 0xBF;
-    mLeft = byte < 0xE0 ? 1 : byte < 0xF0 ? 2 : 3;
-    // With their next byte: signs of Latin-1, punctuation, private characters and the mark of the byte order, and which
-    // plane it is.
-    mStays = byte == 0xC2 || byte == 0xE2 || byte == 0xEE || byte == 0xEF || byte == 0xF0;
+    if (byte < 0xC2 || byte > 0xF4) {
+      Class members = range(0xF5, 0xFF);
+      members.push_back(0xC0);
+      members.push_back(0xC1);
+      return members;
+    }
     // Of two bytes the first stays: it is little more than the script.
-    if ((byte == 0xE1) || (byte >= 0xE3 && byte <= 0xEC)) {
+    if (mIsBroken && byte < 0xE0) {
+      return range(0xC2, 0xDF);
+    }
+    if (byte == 0xE1 || (byte >= 0xE3 && byte <= 0xEC) || (mIsBroken && byte != 0xE0 && byte != 0xED && byte < 0xF0)) {
       Class members = range(0xE3, 0xEC);
       members.push_back(0xE1);
+      if (mIsBroken) {
+        members.insert(members.end(), {0xE2, 0xEE, 0xEF});
+      }
       return members;
     }
     return byte >= 0xF1 && byte <= 0xF3 ? range(0xF1, 0xF3) : Class{byte};
   }
 
   const bool mIsHexadecimal;
-  unsigned mLeft = 0;
-  unsigned char mLead = 0;
-  unsigned char mFirst = 0x80;
-  unsigned char mLast = 0xBF;
+  const bool mIsBroken;  // that the text is, somewhere
+  Utf8Progress mProgress;
   bool mStays = false;
 };
 
@@ -181,7 +262,7 @@ class Substitution {
 
 std::string substitute(Substitution& substitution, std::string_view text, Letters letters) {
   std::string result;
-  Classes classes(letters);
+  Classes classes(letters, isBrokenUtf8(text));
   for (const char byte : text) {
     const auto value = static_cast<unsigned char>(byte);
     result += static_cast<char>(substitution.next(classes.next(value), value, {&byte, 1}));
@@ -415,6 +496,30 @@ RecordedRow Pseudonyms::row(RecordedRow row) const {
   changeText(row.aap, RowFormat::AAP_NAME, RowFormat::AAP_NAME_SIZE, toName);
   changeText(row.aap, RowFormat::AAP_ID, RowFormat::AAP_ID_SIZE, [this](std::string_view text) { return aapId(text); });
   return row;
+}
+
+void NamesWithNumbers::take(const Event& event) {
+  for (const RecordedRow& row : event.list.rows) {
+    mNames.emplace(ownNameOf(row));
+  }
+}
+
+// Numbers do not hang on the salt, so any other names will do.
+std::string NamesWithNumbers::lost() const {
+  const Pseudonyms pseudonyms(std::string(SALT_SIZE, '\0'));
+  for (const std::string& name : mNames) {
+    const std::size_t digits = digitsAtEnd(name);
+    const unsigned number = numberOf(std::string_view(name).substr(name.size() - digits));
+    if (number < FIRST_APPENDED || number > LAST_APPENDED || digits + 1 > name.size() ||
+        name[name.size() - digits - 1] != ' ') {
+      continue;
+    }
+    const std::string before = name.substr(0, name.size() - digits - 1);
+    if (mNames.count(before) != 0 && pseudonyms.name(name) != pseudonyms.name(before) + ' ' + std::to_string(number)) {
+      return name;
+    }
+  }
+  return "";
 }
 
 }  // namespace idl::tools::recording

@@ -3,6 +3,7 @@
 #define TOOLS_RECORDING_PSEUDONYMS_H
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -14,8 +15,8 @@ namespace idl::tools::recording {
 ///
 /// Each is replaced by one of its length, byte by byte by one of its class: capital letter, small letter, digit, and
 /// the leading and following bytes of other characters. Blanks, punctuation, control characters and the first of two
-/// bytes stay. No two different ones become equal, and equal beginnings stay equal ones, so that a name that was cut is
-/// still the beginning of the whole one, unless at a number. Of a name, a number from 1 to 255 at its end stays, and
+/// bytes stay; of a text that is no UTF-8, nothing above ASCII does. No two different ones become equal, and equal beginnings stay equal ones, so that a name that was cut is
+/// still the beginning of the whole one, unless at a number or before what is no UTF-8. Of a name, a number from 1 to 255 at its end stays, and
 /// one that a list may have appended to it: whatever merging and numbering make of the tables is the same. All other
 /// digits, such as those of a telephone's number, become others.
 ///
@@ -46,6 +47,19 @@ class Pseudonyms {
   RecordedRow row(RecordedRow row) const;
 
   const std::string mSalt;
+};
+
+/// The names of a recording's lists, as the phones gave them.
+class NamesWithNumbers {
+ public:
+  void take(const Event& event);
+
+  /// A name that is another one with a number behind it, and is no longer with other names, so that the recorded
+  /// numbers may not come out again; empty where none is.
+  std::string lost() const;
+
+ private:
+  std::set<std::string> mNames;
 };
 
 }  // namespace idl::tools::recording

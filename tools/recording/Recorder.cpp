@@ -30,8 +30,13 @@ SavedTableCopy asRead(SavedTableCopy saved) {
   return saved;
 }
 
+// A lock that is held for good is something that happened, too: who dies with it may leave the bytes as they were.
+bool isReadAlike(const TableCopy& a, const TableCopy& b) {
+  return a.wasLocked == b.wasLocked && (a.wasLocked || a.isSettled == b.isSettled);
+}
+
 bool isSame(const TableCopy& a, const TableCopy& b) {
-  return a.state == b.state && a.objectSize == b.objectSize && a.bytes == b.bytes;
+  return a.state == b.state && a.objectSize == b.objectSize && a.bytes == b.bytes && (!a.isRead() || isReadAlike(a, b));
 }
 
 bool isSame(const SavedTableCopy& a, const SavedTableCopy& b) {

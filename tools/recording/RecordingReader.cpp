@@ -219,6 +219,7 @@ RecordingReader::RecordingReader(std::istream& input) : mInput(input) {
       throw OtherVersion(mLine,
                          "version " + std::to_string(version) + "; this program reads " + std::to_string(VERSION));
     }
+    checkNumber(line);
     mHeader = headerIn(line);
   } catch (const Wrong& wrong) {
     throw BadRecording(mLine, wrong.what());
@@ -231,6 +232,7 @@ bool RecordingReader::next(Event& event) {
     return false;
   }
   try {
+    checkNumber(line);
     Event taken;
     take(line, taken);
     event = std::move(taken);
@@ -289,6 +291,15 @@ bool RecordingReader::parseLine(json& line) {
   return true;
 }
 
+// Each line says what its predecessors made of things: one that is lost would be a difference somewhere behind it, or
+// none.
+void RecordingReader::checkNumber(const json& line) const {
+  const std::uint64_t number = numberIn(line, "line", UINT64_MAX);
+  if (number != mLine) {
+    throw Wrong("it says that it is line " + std::to_string(number) + "; lines were lost, or put in");
+  }
+}
+
 void RecordingReader::take(const json& line, Event& event) {
   if (mHasEnd) {
     throw Wrong("there is a line behind the end");
@@ -320,6 +331,9 @@ void RecordingReader::take(const json& line, Event& event) {
     event.isPass = flagIn(line, "pass");
     if (event.isPass && !isThere(event.copy)) {
       throw Wrong("a table that is not there was taken over");
+    }
+    if (!event.isPass && line.contains("list")) {
+      throw Wrong("there is a list without a pass");
     }
     takeList(line);
     event.list = mList;

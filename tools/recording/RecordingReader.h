@@ -50,6 +50,7 @@ class RecordingReader {
  private:
   bool readLine(std::string& text);
   bool parseLine(nlohmann::json& line);
+  void checkNumber(const nlohmann::json& line) const;
   void take(const nlohmann::json& line, Event& event);
   void takeTable(const nlohmann::json& line, const Source& source, Event& event);
   void takeSaved(const nlohmann::json& line, Event& event);

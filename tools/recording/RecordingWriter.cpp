@@ -160,7 +160,7 @@ RecordingWriter::RecordingWriter(std::ostream& output, const Header& header) : m
   for (const Source* source : SOURCES) {
     line["sizes"][source->word] = source->segmentSize;
   }
-  mOutput << jsonText(line, -1) << std::endl;
+  writeLine(line);
 }
 
 void RecordingWriter::write(const Event& event) {
@@ -199,6 +199,11 @@ void RecordingWriter::write(const Event& event) {
       mList = event.list;
     }
   }
+  writeLine(line);
+}
+
+void RecordingWriter::writeLine(json& line) {
+  line["line"] = ++mLines;
   mOutput << jsonText(line, -1) << std::endl;
 }
 

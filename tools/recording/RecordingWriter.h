@@ -2,6 +2,7 @@
 #ifndef TOOLS_RECORDING_RECORDINGWRITER_H
 #define TOOLS_RECORDING_RECORDINGWRITER_H
 
+#include <nlohmann/json_fwd.hpp>
 #include <ostream>
 
 #include "tools/inspect/Unit.h"
@@ -20,7 +21,10 @@ class RecordingWriter {
   void write(const Event& event);
 
  private:
+  void writeLine(nlohmann::json& line);
+
   std::ostream& mOutput;
+  std::size_t mLines = 0;
   Unit mLast;  // as they were written last
   RecordedList mList;
 };
