@@ -15,10 +15,11 @@ namespace idl::tools::recording {
 ///
 /// Each is replaced by one of its length, byte by byte by one of its class: capital letter, small letter, digit, and
 /// the leading and following bytes of other characters. Blanks, punctuation, control characters and the first of two
-/// bytes stay; of a text that is no UTF-8, nothing above ASCII does. No two different ones become equal, and equal beginnings stay equal ones, so that a name that was cut is
-/// still the beginning of the whole one, unless at a number or before what is no UTF-8. Of a name, a number from 1 to 255 at its end stays, and
-/// one that a list may have appended to it: whatever merging and numbering make of the tables is the same. All other
-/// digits, such as those of a telephone's number, become others.
+/// bytes stay; of a text that is no UTF-8, nothing above ASCII does. No two different ones become equal, and equal
+/// beginnings stay equal ones, so that a name that was cut is still the beginning of the whole one, unless at a number
+/// or before what is no UTF-8. Of a name, a number from 1 to 255 at its end stays, and one that a list may have
+/// appended to it: whatever merging and numbering make of the tables is the same. All other digits, such as those of a
+/// telephone's number, become others.
 ///
 /// What no client reads is made zeros: all that stands behind the end of a text, and the bytes that are the services'
 /// own.

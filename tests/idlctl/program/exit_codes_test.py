@@ -191,6 +191,10 @@ class EachExitCode(unittest.TestCase):
     def test_Record(self):
         recording = unit.SHARED_MEMORY / "recording"
         self.expect(0, "record", "--timeout", "1ms", "-o", str(recording))
+        self.expect(3, "record", "--timeout", "1ms", "-o", str(recording))
+        self.expect(0, "record", "--timeout", "1ms", "-o", str(recording), "--force")
+        self.expectUsage("record", "--from", str(recording), "--force")
+        self.expect(0, "record", "--from", str(recording), "--pseudonymise", "-o", "-")
         self.expect(0, "record", "--from", str(recording), "--pseudonymise")
         self.expectWhenStopped(0, signal.SIGTERM, "record")
         self.expectUsage("record", "--timeout", "5")
