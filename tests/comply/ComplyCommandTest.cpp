@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
+#include <fstream>
 #include <functional>
 #include <optional>
+#include <sstream>
 #include <thread>
 
 #include "idlctl/FolderPicture.h"
@@ -189,19 +191,57 @@ TEST(AServiceThatFreesSlotsWithZeros, IsCaught) {
   EXPECT_EQ(verdictOf(comply.json(), "keeps-free-slots-free"), "broken");
 }
 
-// Whoever attaches the table first makes it of zeros; its service had been blamed for phones that it never wrote.
+// Whoever attaches the table first makes it of zeros; its service had been blamed for phones that it never wrote, and
+// praised for the size word.
 TEST(ATableThatNobodyHasWrittenYet, IsUnknown) {
-  BtTable table;
-  table.put(4, std::string(1120, '\0'));
+  BtTable bt;
+  bt.put(4, std::string(1120, '\0'));
+  AapTable aap;
+  aap.put(4, std::string(6288, '\0'));
+  CpPublisher().initialise();  // the defaults, as a client writes them, too
 
-  const Invocation comply({"comply", "bt", "--for", "200ms", "--json"});
+  for (const char* source : {"bt", "cp", "aap"}) {
+    const Invocation comply({"comply", source, "--for", "200ms", "--json"});
 
-  EXPECT_EQ(comply.exitCode(), 0) << comply.out();
-  for (const char* rule : {"ends-texts", "keeps-free-slots-free", "uses-ids-in-range", "notifies"}) {
-    EXPECT_EQ(verdictOf(comply.json(), rule), "unknown") << rule;
+    EXPECT_EQ(comply.exitCode(), 0) << comply.out();
+    for (const auto& rule : comply.json().at("rules")) {
+      EXPECT_EQ(rule.at("verdict"), "unknown") << rule;
+    }
+    EXPECT_EQ(ruleOf(comply.json(), "ends-texts").at("why"), "Nobody has written the table yet.");
+    EXPECT_EQ(ruleOf(comply.json(), "keeps-size-word").at("why"), "Nobody has written the table yet.");
   }
-  EXPECT_EQ(verdictOf(comply.json(), "keeps-size-word"), "passed");
-  EXPECT_EQ(ruleOf(comply.json(), "ends-texts").at("why"), "Nobody has written the table yet.");
+  removePhoneTables();
+}
+
+TEST(ATableThatNobodyHasWrittenYet, IsBrokenWhereItIsTooShort) {
+  AapTable aap;
+  aap.put(4, std::string(6288, '\0'));
+  aap.resize(600);
+
+  const Invocation comply({"comply", "aap", "--for", "200ms", "--json"});
+
+  EXPECT_EQ(comply.exitCode(), 1) << comply.out();
+  EXPECT_EQ(verdictOf(comply.json(), "keeps-size-word"), "broken");
+  EXPECT_EQ(verdictOf(comply.json(), "keeps-free-slots-free"), "unknown");
+  removePhoneTables();
+}
+
+TEST(ACarPlayServiceThatFreesSlotsByHalf, IsCaught) {
+  const Service<CpPublisher> service([](CpPublisher& cp, unsigned) { cp.put(1, {0, "Phone", 3}); });
+
+  const Invocation comply({"comply", "cp", "--for", "200ms", "--json"});
+
+  EXPECT_EQ(comply.exitCode(), 1) << comply.out();
+  EXPECT_EQ(verdictOf(comply.json(), "keeps-free-slots-free"), "broken");
+}
+
+TEST(AnAndroidAutoServiceThatFreesSlotsByHalf, IsCaught) {
+  const Service<AapPublisher> service([](AapPublisher& aap, unsigned) { aap.put(1, {"", "Phone", 0, 3, 1}); });
+
+  const Invocation comply({"comply", "aap", "--for", "200ms", "--json"});
+
+  EXPECT_EQ(comply.exitCode(), 1) << comply.out();
+  EXPECT_EQ(verdictOf(comply.json(), "keeps-free-slots-free"), "broken");
 }
 
 TEST(AServiceThatWritesNothingButZeros, IsCaught) {
@@ -254,6 +294,17 @@ TEST(Comply, ChangesNothingInAUnitThatIsIdle) {
 
   EXPECT_EQ(comply.exitCode(), 0) << comply.out() << comply.err();
   EXPECT_EQ(pictureOf("/dev/shm"), before);
+}
+
+TEST(Comply, SaysThatItCouldNotTell) {
+  BtPublisher().initialise();
+  for (const char* how : {"--json", "--notification=7"}) {
+    std::ofstream full("/dev/full");
+    std::ostringstream err;
+
+    EXPECT_EQ(idl::tools::idlctl({"comply", "bt", "--for", "20ms", how}, {full, err, false}), 3);
+    EXPECT_THAT(err.str(), testing::HasSubstr("standard output could not be written to its end"));
+  }
 }
 
 TEST(Comply, RefusesWhatItDoesNotKnow) {

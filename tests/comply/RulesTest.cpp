@@ -99,6 +99,47 @@ TEST_F(AnEmptyBluetoothTable, IsBrokenByAnotherSizeWord) {
   EXPECT_EQ(judgement.offence->bytes, std::string(4, '\0'));
 }
 
+TEST_F(AnEmptyBluetoothTable, IsBrokenByAnObjectThatIsTooShort) {
+  mPublisher.resize(600);
+
+  const Judgement judgement = judge(Rule::KEEPS_SIZE_WORD, BT_SOURCE, copyTable(BT_SOURCE));
+
+  EXPECT_EQ(judgement.verdict, Verdict::BROKEN);
+  EXPECT_EQ(judgement.offence->what, "The object has 600 bytes instead of 1124.");
+  EXPECT_EQ(judgement.offence->bytes, std::string("\x60\4\0\0", 4));
+  mPublisher.vanish();
+}
+
+TEST_F(AnEmptyCarPlayTable, IsUnwrittenWithTheDefaultsThatAnyClientWrites) {
+  EXPECT_TRUE(isUnwritten(CP_SOURCE, copyTable(CP_SOURCE)));
+
+  mPublisher.put(0, {7, "Phone", 0});
+
+  EXPECT_FALSE(isUnwritten(CP_SOURCE, copyTable(CP_SOURCE)));
+}
+
+TEST_F(AnEmptyCarPlayTable, IsUnwrittenWithItsOwnersWordBesideThem) {
+  mPublisher.writeRaw(5120, "word");
+  mPublisher.writeRaw(5124, "word");
+
+  EXPECT_TRUE(isUnwritten(CP_SOURCE, copyTable(CP_SOURCE)));
+}
+
+TEST_F(AnEmptyCarPlayTable, HasFreeSlotsBesideAPhone) {
+  mPublisher.put(0, {7, "Phone", 0});
+
+  EXPECT_EQ(verdict(Rule::KEEPS_FREE_SLOTS_FREE, CP_SOURCE), Verdict::PASSED);
+}
+
+TEST_F(AnEmptyCarPlayTable, IsBrokenByASlotThatIsValidWithoutAnIdentifier) {
+  mPublisher.put(2, {0, "Phone", 0});
+
+  const Judgement judgement = judge(Rule::KEEPS_FREE_SLOTS_FREE, CP_SOURCE, copyTable(CP_SOURCE));
+
+  EXPECT_EQ(judgement.verdict, Verdict::BROKEN);
+  EXPECT_EQ(judgement.offence->at, CpPublisher::offsetOf(2));
+}
+
 TEST_F(AnEmptyCarPlayTable, IsBrokenByTheWordOfTheOtherTablesForNoBluetoothId) {
   mPublisher.put(0, {7, "Phone", 0});
   EXPECT_EQ(verdict(Rule::USES_IDS_IN_RANGE, CP_SOURCE), Verdict::PASSED);
@@ -120,6 +161,33 @@ TEST_F(AnEmptyCarPlayTable, IsBrokenByATextWithoutAnEnd) {
   mPublisher.put(0, {7, "Phone", 0}, Texts::ENDLESS);
 
   EXPECT_EQ(verdict(Rule::ENDS_TEXTS, CP_SOURCE), Verdict::BROKEN);
+}
+
+TEST_F(AnEmptyAndroidAutoTable, IsUnwrittenWhereItIsOfZeros) {
+  EXPECT_FALSE(isUnwritten(AAP_SOURCE, copyTable(AAP_SOURCE)));
+
+  mPublisher.writeRaw(AapPublisher::offsetOf(0), std::string(AapPublisher::SLOT_COUNT * AapPublisher::SLOT_SIZE, '\0'));
+
+  EXPECT_TRUE(isUnwritten(AAP_SOURCE, copyTable(AAP_SOURCE)));
+}
+
+TEST_F(AnEmptyAndroidAutoTable, HasFreeSlotsOfZeros) {
+  mPublisher.writeRaw(AapPublisher::offsetOf(0), std::string(AapPublisher::SLOT_SIZE, '\0'));
+
+  EXPECT_EQ(verdict(Rule::KEEPS_FREE_SLOTS_FREE, AAP_SOURCE), Verdict::PASSED);
+}
+
+TEST_F(AnEmptyAndroidAutoTable, IsBrokenByAnythingInASlotWithoutAnIdentifier) {
+  for (const auto& phone : {idl::bench::AapPhone{"", "Phone", 0, 255, 0}, idl::bench::AapPhone{"", "", 1, 255, 0},
+                            idl::bench::AapPhone{"", "", 0, 3, 0}, idl::bench::AapPhone{"", "", 0, 255, 1}}) {
+    mPublisher.put(1, phone);
+
+    const Judgement judgement = judge(Rule::KEEPS_FREE_SLOTS_FREE, AAP_SOURCE, copyTable(AAP_SOURCE));
+
+    EXPECT_EQ(judgement.verdict, Verdict::BROKEN);
+    ASSERT_TRUE(judgement.offence);
+    EXPECT_EQ(judgement.offence->at, AapPublisher::offsetOf(1));
+  }
 }
 
 TEST_F(AnEmptyAndroidAutoTable, IsBrokenByAPortBelowZero) {

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/comply/Rules.h"
 
+#include <cstring>
 #include <map>
 #include <string_view>
 #include <vector>
 
 #include "FixedText.h"
+#include "IntegratedDeviceList/CarPlayDefaults.h"
 #include "IntegratedDeviceList/WireFormat.h"
 
 namespace idl::tools::comply {
@@ -26,6 +28,8 @@ constexpr std::array<RuleText, RULES.size()> TEXTS = {{
     {"writes-under-lock", "writes under the lock"},
 }};
 
+constexpr std::size_t CARPLAY_KEPT_WORD = 5120;  // in the segment
+
 /// A text field of a slot.
 struct Text {
   const char* name;
@@ -39,7 +43,7 @@ struct Slot {
   std::size_t at = 0;  // in the segment
   std::size_t size = 0;
   bool isOccupied = false;
-  bool isHollow = false;  // not marked as free, and nothing is in it: where a mark of its own says that a slot is free
+  const char* hollow = nullptr;  // why it is neither a phone nor free; null where it is one of them
   std::vector<Text> texts;
   std::string key;          // what must not be there twice; empty: nothing
   std::size_t keyAt = 0;    // in the slot
@@ -52,7 +56,9 @@ struct Slot {
 Slot slotOf(const wire::BtSlot& bt) {
   Slot slot;
   slot.isOccupied = bt.id != 255;
-  slot.isHollow = slot.isOccupied && bt.name[0] == '\0' && bt.address[0] == '\0';
+  if (slot.isOccupied && bt.name[0] == '\0' && bt.address[0] == '\0') {
+    slot.hollow = "is not marked as free, and holds nothing else: it is listed as a phone without a name.";
+  }
   slot.texts = {{"name", offsetof(wire::BtSlot, name), sizeof(bt.name)},
                 {"address", offsetof(wire::BtSlot, address), sizeof(bt.address)}};
   slot.key = std::to_string(bt.id);
@@ -64,6 +70,9 @@ Slot slotOf(const wire::BtSlot& bt) {
 Slot slotOf(const cps_def::WCPAtom& cp) {
   Slot slot;
   slot.isOccupied = cp.valid != 0 && cp.identifier != 0;
+  if (cp.valid != 0 && cp.identifier == 0) {
+    slot.hollow = "is marked as valid, and has no identifier: no list shows it.";
+  }
   slot.texts = {{"name", offsetof(cps_def::WCPAtom, name), sizeof(cp.name)}};
   slot.key = std::to_string(cp.identifier);
   slot.keyAt = offsetof(cps_def::WCPAtom, identifier);
@@ -79,6 +88,10 @@ Slot slotOf(const cps_def::WCPAtom& cp) {
 Slot slotOf(const wire::AapSlot& aap) {
   Slot slot;
   slot.isOccupied = aap.id[0] != '\0';
+  const bool hasBtid = aap.btid != 0 && aap.btid != 255;  // free slots have 255, those of a table of zeros 0
+  if (!slot.isOccupied && (aap.session != 0 || aap.name[0] != '\0' || hasBtid || aap.port != 0)) {
+    slot.hollow = "has no identifier, which is the mark of a free one, and holds other things: no list shows it.";
+  }
   slot.texts = {{"name", offsetof(wire::AapSlot, name), sizeof(aap.name)},
                 {"identifier", offsetof(wire::AapSlot, id), sizeof(aap.id)}};
   slot.key = std::string(fixedText(aap.id));
@@ -143,11 +156,8 @@ Judgement judgeTexts(const std::vector<Slot>& slots, const TableCopy& copy) {
 Judgement judgeFreeSlots(const std::vector<Slot>& slots, const TableCopy& copy) {
   Judgement judgement;
   for (const Slot& slot : slots) {
-    if (slot.isHollow) {
-      return broken(copy, slot.at, slot.size,
-                    "Slot " + std::to_string(slot.number) +
-                        " is not marked as free, and holds nothing else: it is listed as a "
-                        "phone without a name.");
+    if (slot.hollow != nullptr) {
+      return broken(copy, slot.at, slot.size, "Slot " + std::to_string(slot.number) + ' ' + slot.hollow);
     }
     if (!slot.isOccupied) {
       judgement.verdict = Verdict::PASSED;
@@ -157,8 +167,10 @@ Judgement judgeFreeSlots(const std::vector<Slot>& slots, const TableCopy& copy) 
 }
 
 Judgement judgeSizeWord(const Source& source, const TableCopy& copy) {
-  if (copy.bytes.size() < sizeof(std::uint32_t)) {
-    return {};
+  if (copy.objectSize < source.segmentSize) {
+    return broken(copy, 0, sizeof(std::uint32_t),
+                  "The object has " + std::to_string(copy.objectSize) + " bytes instead of " +
+                      std::to_string(source.segmentSize) + ".");
   }
   const auto word = fieldAt<std::uint32_t>(copy, 0);
   const std::size_t size = source.segmentSize - source.dataOffset;
@@ -190,6 +202,17 @@ Judgement judgeIds(const std::vector<Slot>& slots, const TableCopy& copy) {
   return judgement;
 }
 
+bool hasCarPlayDefaults(const TableCopy& copy) {
+  wire::CarPlaySharedMemStruct defaults = wire::carPlayDefaults();
+  auto* const image = reinterpret_cast<char*>(&defaults);
+  // One word, which may be there before them, is kept and written twice.
+  const auto word = fieldAt<std::uint32_t>(copy, CARPLAY_KEPT_WORD);
+  for (const std::size_t at : {CARPLAY_KEPT_WORD, CARPLAY_KEPT_WORD + sizeof(word)}) {
+    std::memcpy(image + (at - CP_SOURCE.dataOffset), &word, sizeof(word));
+  }
+  return copy.bytes.compare(CP_SOURCE.dataOffset, std::string::npos, image, sizeof(defaults)) == 0;
+}
+
 }  // namespace
 
 const char* idOf(Rule rule) { return TEXTS.at(static_cast<std::size_t>(rule)).id; }
@@ -197,8 +220,11 @@ const char* idOf(Rule rule) { return TEXTS.at(static_cast<std::size_t>(rule)).id
 const char* titleOf(Rule rule) { return TEXTS.at(static_cast<std::size_t>(rule)).title; }
 
 bool isUnwritten(const Source& source, const TableCopy& copy) {
-  return &source == &BT_SOURCE && copy.bytes.size() > source.dataOffset &&
-         copy.bytes.find_first_not_of('\0', source.dataOffset) == std::string::npos;
+  if (copy.bytes.size() <= source.dataOffset) {
+    return false;
+  }
+  return copy.bytes.find_first_not_of('\0', source.dataOffset) == std::string::npos ||
+         (&source == &CP_SOURCE && hasCarPlayDefaults(copy));
 }
 
 Judgement judge(Rule rule, const Source& source, const TableCopy& copy) {

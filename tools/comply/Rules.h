@@ -44,8 +44,9 @@ struct Judgement {
   std::optional<Offence> offence;  // where it is broken: the first
 };
 
-/// Whether the table is as the first client makes it that comes before the service: of zeros, which say of Bluetooth's
-/// slots that there is a phone without a name. The other tables' slots are free then.
+/// Whether the table is as the first client makes it that comes before the service, whatever the size word is: of
+/// zeros, which say of Bluetooth's slots that there is a phone without a name, and for CarPlay with the defaults that
+/// any client writes. A service without a phone may leave the same.
 bool isUnwritten(const Source& source, const TableCopy& copy);
 
 /// Judges a table by a copy that is no half-written one. UNKNOWN for the rules that need more than one look, and where

@@ -144,9 +144,14 @@ void TableWatch::judgeAll(const TableCopy& copy) {
   // A service that has written and told, and left it like this, is to blame.
   if (isUnwritten(mSource, copy) && !mWasWritten && mTold == 0) {
     mWasUnwritten = true;
-    see(Rule::KEEPS_SIZE_WORD, judge(Rule::KEEPS_SIZE_WORD, mSource, copy));
+    // Clients write the size word, too, so that a right one is nobody's merit.
+    const Judgement judgement = judge(Rule::KEEPS_SIZE_WORD, mSource, copy);
+    if (judgement.verdict == Verdict::BROKEN) {
+      see(Rule::KEEPS_SIZE_WORD, judgement);
+    }
     return;
   }
+  mWasUnwritten = false;
   for (const Rule rule : RULES) {
     see(rule, judge(rule, mSource, copy));
   }
@@ -250,8 +255,11 @@ std::string TableWatch::whyUnknown(Rule rule) const {
       if (mChanges == 0) {
         return "The table never changed.";
       }
-      return mIsIdCertain ? "Messages may have been missed."
-                          : "Nothing was heard under the bench's id; say with --notification which is this service's.";
+      if (!mIsIdCertain && mTold == 0) {
+        return "Nothing was heard under the bench's id; say with --notification which is this service's.";
+      }
+      return mPending && mListener.isSure() ? "It was stopped before somebody had to be told of the change."
+                                            : "Messages may have been missed.";
     case Rule::WRITES_UNDER_LOCK:
       break;
   }

@@ -80,7 +80,7 @@ class TableWatch {
   TableCopy mLast;
   bool mWasThere = false;
   bool mWasWritten = false;    // while it was watched
-  bool mWasUnwritten = false;  // ever, and by nobody
+  bool mWasUnwritten = false;  // when it was last judged, and by nobody
   bool mWasAwaited = false;    // when the lock was last given back
   bool mHadLock = false;       // ever
   std::uint64_t mSamples = 0;
