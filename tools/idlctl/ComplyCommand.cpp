@@ -104,6 +104,11 @@ int run(const Options& options, const Streams& streams) {
     streams.err << watch.samples() << " looks, " << watch.samplesUnderLock() << " of them with the lock held, "
                 << watch.changes() << " changes\n";
   }
+  streams.out.flush();
+  if (!streams.out) {
+    streams.err << "idlctl: standard output could not be written to its end\n";
+    return EXIT_CANNOT_OPEN;
+  }
   return isBroken ? EXIT_NO : EXIT_YES;
 }
 
@@ -123,7 +128,7 @@ void addComply(Arguments& arguments) {
       "  0    no rule was seen broken\n"
       "  1    a rule is broken\n"
       "  2    wrong arguments\n"
-      "  3    the table was never there, or cannot be read\n"
+      "  3    the table was never there, or cannot be read, or the output not be written\n"
       "Examples:\n  idlctl comply cp\n  idlctl comply bt --for 60s --json");
   arguments.onChosen(options, run);
 }
