@@ -8,6 +8,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <iostream>
+
+#include "LmFramework/posix/SystemCall.h"
 
 namespace idl::tools {
 
@@ -25,6 +28,10 @@ Stopping::Stopping() {
   sigemptyset(&stopping);
   sigaddset(&stopping, SIGINT);
   sigaddset(&stopping, SIGTERM);
+  struct sigaction hangUp = {};
+  if (sigaction(SIGHUP, nullptr, &hangUp) == 0 && hangUp.sa_handler != SIG_IGN) {
+    sigaddset(&stopping, SIGHUP);  // one that is ignored would come here all the same
+  }
   pthread_sigmask(SIG_BLOCK, &stopping, &gFormer);
   gSignals = signalfd(-1, &stopping, SFD_CLOEXEC | SFD_NONBLOCK);
 }
@@ -70,6 +77,22 @@ bool Stopping::beforeEnter() const {
     count = read(STDIN_FILENO, &character, 1);
   } while ((count == 1 && character != '\n') || (count < 0 && errno == EINTR));
   return false;
+}
+
+StoppableInput::StoppableInput(const Stopping& stopping) : mStopping(stopping), mFormer(std::cin.rdbuf(this)) {}
+
+StoppableInput::~StoppableInput() { std::cin.rdbuf(mFormer); }
+
+StoppableInput::int_type StoppableInput::underflow() {
+  if (mStopping.beforeInput(STDIN_FILENO)) {
+    return traits_type::eof();
+  }
+  const ssize_t count = retryInterrupted([this] { return read(STDIN_FILENO, mBytes.data(), mBytes.size()); });
+  if (count <= 0) {
+    return traits_type::eof();
+  }
+  setg(mBytes.data(), mBytes.data(), mBytes.data() + count);
+  return traits_type::to_int_type(mBytes.front());
 }
 
 std::chrono::milliseconds Deadline::atMost(std::chrono::milliseconds pause) const {

@@ -2,13 +2,15 @@
 #ifndef TOOLS_IDLCTL_STOPPING_H
 #define TOOLS_IDLCTL_STOPPING_H
 
+#include <array>
 #include <chrono>
 #include <optional>
+#include <streambuf>
 
 namespace idl::tools {
 
 /// Lets a command that goes on until it is stopped end in order: SIGINT and SIGTERM are taken as long as this lives.
-/// One in a process.
+/// So is SIGHUP, where nobody has it ignored, as nohup does. One in a process.
 class Stopping {
  public:
   Stopping();
@@ -27,6 +29,24 @@ class Stopping {
   /// Waits for a signal, or for the end of a line of standard input; the end of that counts as one.
   /// @return whether a signal has come
   bool beforeEnter() const;
+};
+
+/// Standard input, for std::cin: a signal is its end, so that who waits for a line that never comes can be stopped.
+class StoppableInput : public std::streambuf {
+ public:
+  /// Has std::cin read from it as long as this lives; of that nothing may have been read before.
+  explicit StoppableInput(const Stopping& stopping);
+  StoppableInput(const StoppableInput&) = delete;
+  StoppableInput& operator=(const StoppableInput&) = delete;
+  ~StoppableInput() override;
+
+ protected:
+  int_type underflow() override;
+
+ private:
+  const Stopping& mStopping;
+  std::streambuf* const mFormer;
+  std::array<char, 4096> mBytes{};
 };
 
 /// When a command has to be done; never, when nobody said.
