@@ -7,9 +7,11 @@
 
 #include <array>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <set>
 #include <thread>
 
+#include "IntegratedDeviceList/LmSIntegratedDeviceList.h"
 #include "idlctl/FolderPicture.h"
 #include "idlctl/Invocation.h"
 #include "recordings/RecordingSteps.h"
@@ -46,6 +48,12 @@ std::vector<std::function<void()>> twoPhones() {
           [] { BtPublisher().remove("Phone"); }};
 }
 
+void removeClaims() {
+  for (const idl::tools::Source* source : idl::tools::SOURCES) {
+    std::filesystem::remove(std::string("/dev/shm/LmBench.") + source->segment);
+  }
+}
+
 bool mayHaveMounts() {
   ChildProcess child([] { return unshare(CLONE_NEWNS) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 ? 0 : 1; });
   return child.wait() == 0;
@@ -54,8 +62,9 @@ bool mayHaveMounts() {
 /// `replay` in a process of its own, with a standard input that this one writes.
 class SteppedReplay {
  public:
-  explicit SteppedReplay(const std::vector<std::string>& arguments)
+  explicit SteppedReplay(const std::vector<std::string>& arguments, const std::string& temporaryFolder = "/tmp")
       : mEnds(makePipe()), mProcess([&] {
+          ::setenv("TMPDIR", temporaryFolder.c_str(), 1);
           ::dup2(mEnds[0], STDIN_FILENO);
           ::close(mEnds[1]);
           return Invocation(arguments).exitCode();
@@ -68,7 +77,11 @@ class SteppedReplay {
   SteppedReplay(const SteppedReplay&) = delete;
   SteppedReplay& operator=(const SteppedReplay&) = delete;
 
-  void enter() const { EXPECT_EQ(::write(mEnds[1], "\n", 1), 1); }
+  void enter() const { say("\n"); }
+
+  void say(const std::string& text) const {
+    EXPECT_EQ(::write(mEnds[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+  }
 
   void endInput() {
     if (mEnds[1] != -1) {
@@ -96,6 +109,26 @@ bool comesToBe(const std::string& path) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   return std::filesystem::exists(path);
+}
+
+std::string contentsOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+std::set<std::string> namesIn(const std::string& folder) {
+  std::set<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    names.insert(entry.path().filename().string());
+  }
+  return names;
+}
+
+bool comesToHold(const std::string& path, const std::string& text) {
+  for (int k = 0; k < 6000 && contentsOf(path).find(text) == std::string::npos; ++k) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return contentsOf(path).find(text) != std::string::npos;
 }
 
 constexpr char BT_TABLE[] = "/dev/shm/BtPairedDeviceList";
@@ -288,6 +321,89 @@ TEST_F(Replay, SaysThatThereIsNoFolderForTheSavedTable) {
   EXPECT_EQ(Invocation({"replay", path, "--save-dir", path + "/below"}).exitCode(), 3);
 }
 
+// A recording that was damaged further on had left a folder with its numbers.
+TEST_F(Replay, MakesNoFolderForADamagedRecording) {
+  const std::string text = contentsOf(record(twoPhones()));
+  const std::string folder = mFolder.path() / "elsewhere";
+
+  const Invocation replay({"replay", write(mFolder.path(), "other", text + "garbage\n"), "--save-dir", folder});
+
+  EXPECT_EQ(replay.exitCode(), 4);
+  EXPECT_FALSE(std::filesystem::exists(folder));
+  EXPECT_FALSE(std::filesystem::exists(BT_TABLE));
+}
+
+// It wrote over a live service's table without a word: a service has no claim.
+TEST_F(Replay, IsRefusedWhereAServiceHasATable) {
+  const std::string path = record(twoPhones());
+  for (const std::string name : {"BtPairedDeviceList", "LmSCarplayResource", "AapDeviceList"}) {
+    removeClaims();
+    if (name == "BtPairedDeviceList") {
+      BtPublisher().initialise();
+    } else if (name == "AapDeviceList") {
+      AapPublisher().initialise();
+    } else {
+      CpPublisher().put(0, {7, "Phone", 0});
+    }
+    const auto before = pictureOf("/dev/shm");
+
+    const Invocation replay({"replay", path, "--speed", "1000"});
+
+    EXPECT_EQ(replay.exitCode(), 1);
+    EXPECT_THAT(replay.err(), HasSubstr(name));
+    EXPECT_THAT(replay.err(), HasSubstr("--take-over"));
+    EXPECT_EQ(pictureOf("/dev/shm"), before);
+    EXPECT_EQ(Invocation({"replay", path, "--speed", "1000", "--take-over"}).exitCode(), 0);
+    removePhoneTables();
+  }
+}
+
+TEST_F(Replay, IsRefusedWhereAServiceHasFuncInfo) {
+  const std::string path = record(twoPhones());
+  removeClaims();
+  FuncInfoPublisher().setBluetooth(true);
+
+  EXPECT_EQ(Invocation({"replay", path, "--speed", "1000"}).exitCode(), 1);
+}
+
+TEST_F(Replay, WritesOverWhatAStandInHasLeft) {
+  const std::string path = record(twoPhones());
+  removeClaims();
+  ASSERT_EQ(Invocation({"publish", "bt", "--phone", "name=\"Phone\" id=3", "--timeout", "0ms"}).exitCode(), 0);
+  FuncInfoPublisher().setBluetooth(true);
+
+  EXPECT_EQ(Invocation({"replay", path, "--speed", "1000"}).exitCode(), 0);
+  EXPECT_EQ(Invocation({"replay", path, "--speed", "1000"}).exitCode(), 0);
+}
+
+TEST_F(Replay, WritesOverWhatAClientMakes) {
+  const std::string path = record(twoPhones());
+  removeClaims();
+  ChildProcess client([] {
+    LmSIntegratedDeviceList* const list = LmSIntegratedDeviceList::getInstance();
+    list->initialize();
+    for (const idl::tools::Source* source : idl::tools::TABLES) {
+      list->updateDeviceList(source->type);
+    }
+    return 0;
+  });
+  ASSERT_EQ(client.wait(), 0);
+  ASSERT_TRUE(std::filesystem::exists("/dev/shm/LmSCarplayResource"));
+
+  EXPECT_EQ(Invocation({"replay", path, "--speed", "1000"}).exitCode(), 0);
+}
+
+TEST_F(Replay, IsStoppedHoweverLongALineIsAway) {
+  const std::string text = contentsOf(record(twoPhones()));
+  SteppedReplay replay({"replay", "-"});
+  replay.say(text.substr(0, text.find('\n', text.find("\"pass\":true")) + 1));
+  ASSERT_TRUE(comesToBe(BT_TABLE));
+
+  replay.signal(SIGTERM);
+
+  EXPECT_EQ(replay.wait(), 0);
+}
+
 TEST_F(Replay, IsRefusedWhereAnotherStandInHasAnyTable) {
   const std::string path = record(twoPhones());
   for (const char* table : {"BtPairedDeviceList", "LmSCarplayResource", "AapDeviceList", "FuncInfo"}) {
@@ -319,23 +435,73 @@ TEST_F(Replay, LeavesNothingOfACheckHere) {
   });
   ASSERT_EQ(recorder.wait(), 0);
   const std::string path = mFolder.path() / "recording";
-  const auto names = [] {
-    std::set<std::string> found;
-    for (const auto& entry : std::filesystem::directory_iterator("/dev/shm")) {
-      found.insert(entry.path().filename().string());
-    }
-    return found;
-  };
-  for (const std::string& name : names()) {
+  for (const std::string& name : namesIn("/dev/shm")) {
     if (name.rfind("Lm", 0) == 0) {
       std::filesystem::remove("/dev/shm/" + name);
     }
   }
-  const auto before = names();
+  const auto before = namesIn("/dev/shm");
 
   EXPECT_EQ(Invocation({"replay", path, "--check", "--here"}).exitCode(), 0);
 
-  EXPECT_EQ(names(), before);
+  EXPECT_EQ(namesIn("/dev/shm"), before);
+}
+
+// What somebody had made meanwhile was written over, and taken away with the rest.
+TEST_F(Replay, LeavesATableThatIsMadeAnewWhileItChecksHere) {
+  const std::string text = contentsOf(record(twoPhones()));
+  const std::size_t firstPass = text.find('\n', text.find("\"pass\":true")) + 1;
+  SteppedReplay replay({"replay", "-", "--check", "--here"});
+  replay.say(text.substr(0, firstPass));
+  ASSERT_TRUE(comesToHold(BT_TABLE, "Phone"));
+  RawSegment::remove("/BtPairedDeviceList");
+  BtPublisher().put(0, {9, "Somebody's", ""});
+  const std::string table = contentsOf(BT_TABLE);
+
+  replay.say(text.substr(firstPass));
+  replay.endInput();
+
+  EXPECT_EQ(replay.wait(), 1);
+  EXPECT_EQ(contentsOf(BT_TABLE), table);
+  EXPECT_FALSE(std::filesystem::exists("/dev/shm/FuncInfo"));
+}
+
+TEST_F(Replay, LeavesATableThatAServiceHasOpenedWhileItChecksHere) {
+  const std::string path = record(twoPhones());
+  const std::string text = contentsOf(path);
+  SteppedReplay replay({"replay", "-", "--check", "--here"});
+  replay.say(text.substr(0, text.find('\n', text.find("\"pass\":true")) + 1));
+  ASSERT_TRUE(comesToBe(BT_TABLE));
+  const BtPublisher service;
+
+  replay.signal(SIGTERM);
+
+  EXPECT_EQ(replay.wait(), 1);
+  EXPECT_TRUE(std::filesystem::exists(BT_TABLE));
+  EXPECT_FALSE(std::filesystem::exists("/dev/shm/FuncInfo"));
+}
+
+TEST_F(Replay, LeavesNothingOfACheckHereThatIsStopped) {
+  const std::string path = record(twoPhones());
+  const std::string text = contentsOf(path);
+  const std::string temporary = mFolder.path() / "temporary";
+  std::filesystem::create_directory(temporary);
+  for (const char* name : {"/dev/shm/LmSharedMemNotifier", "/dev/shm/LmLock.BtPairedDeviceList"}) {
+    std::filesystem::remove(name);
+  }
+  const auto before = namesIn("/dev/shm");
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    SteppedReplay replay({"replay", "-", "--check", "--here"}, temporary);
+    replay.say(text.substr(0, text.find('\n', text.find("\"pass\":true")) + 1));
+    ASSERT_TRUE(comesToBe(BT_TABLE));
+    EXPECT_FALSE(std::filesystem::is_empty(temporary));
+
+    replay.signal(number);
+
+    EXPECT_EQ(replay.wait(), 1) << number;
+    EXPECT_EQ(namesIn("/dev/shm"), before) << number;
+    EXPECT_TRUE(std::filesystem::is_empty(temporary)) << number;
+  }
 }
 
 TEST_F(Replay, SaysThatThereWasNothingToCheck) {
@@ -448,6 +614,8 @@ TEST_F(Replay, RefusesWhatDoesNotGoTogether) {
   EXPECT_EQ(Invocation({"replay", "x", "--check", "--to-scenario"}).exitCode(), 2);
   EXPECT_EQ(Invocation({"replay", "x", "--check", "--speed", "2"}).exitCode(), 2);
   EXPECT_EQ(Invocation({"replay", "x", "--here"}).exitCode(), 2);
+  EXPECT_EQ(Invocation({"replay", "x", "--check", "--take-over"}).exitCode(), 2);
+  EXPECT_EQ(Invocation({"replay", "x", "--to-scenario", "--take-over"}).exitCode(), 2);
   EXPECT_EQ(Invocation({"replay", "x", "--until", "5"}).exitCode(), 2);
   EXPECT_EQ(Invocation({"replay", "-", "--step"}).exitCode(), 2);
   for (const char* speed : {"nan", "-nan", "inf", "0", "-1", "1e7", "x"}) {

@@ -1,10 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <memory>
+#include <optional>
+#include <sstream>
 #include <stdexcept>
 
 #include "simulator/TableClaim.h"
+#include "tools/comply/Rules.h"
 #include "tools/idlctl/Arguments.h"
 #include "tools/idlctl/InputFile.h"
 #include "tools/idlctl/PhoneOutput.h"
@@ -41,18 +49,29 @@ struct Options {
   bool isChecked = false;
   bool isHere = false;
   bool isScenario = false;
+  bool takesOver = false;
 };
 
-/// The events up to the one that the user wants no more.
+/// The events up to the one that the user wants no more, or to a signal.
 class Events {
  public:
-  Events(RecordingReader& reader, const Options& options) : mReader(reader), mUntil(options.until) {}
+  /// `stopping` may be null: then a signal ends the process.
+  Events(RecordingReader& reader, const Options& options, const Stopping* stopping)
+      : mReader(reader), mUntil(options.until), mStopping(stopping) {}
 
-  bool next(Event& event) { return mReader.next(event) && (!mUntil || event.time <= *mUntil); }
+  bool next(Event& event) {
+    const bool isThere = mReader.next(event) && (!mUntil || event.time <= *mUntil);
+    mIsStopped = mStopping != nullptr && mStopping->within(std::chrono::milliseconds(0));
+    return isThere && !mIsStopped;
+  }
+
+  bool isStopped() const { return mIsStopped; }
 
  private:
   RecordingReader& mReader;
   const std::optional<std::chrono::milliseconds> mUntil;
+  const Stopping* const mStopping;
+  bool mIsStopped = false;
 };
 
 std::string describe(const Event& event) {
@@ -110,35 +129,49 @@ void explainDifference(const RecordedList& recorded, const RecordedList& now, st
 class FoundFolder {
  public:
   /// @throw bench::TableTaken when another stand-in has a table.
-  FoundFolder() = default;
-
-  /// A table that is there, and not this object's; null where there is none.
-  static const Source* somebodys() {
-    const auto* const found = std::find_if(SOURCES.begin(), SOURCES.end(),
-                                           [](const Source* source) { return !copyTableAtOnce(*source).isAbsent(); });
-    return found == SOURCES.end() ? nullptr : *found;
+  FoundFolder() {
+    mFound.around([this] { mClaims.emplace(); });
   }
+
+  void around(const std::function<void()>& work) { mFound.around(work); }
+  const Source* somebodys() const { return mFound.somebodys(); }
 
  private:
   recording::FolderAsFound mFound;  // first: the claims leave files, too
-  recording::TableClaims mClaims;
+  std::optional<recording::TableClaims> mClaims;
 };
 
+int refuseHere(const Source& taken, const Streams& streams) {
+  streams.err << "idlctl: " << taken.word << " (" << taken.segment << ") is there, and --here writes all tables\n";
+  return EXIT_NO;
+}
+
 // Feeds the recording to the library's own list, pass by pass.
-int check(const Options& options, const Streams& streams, RecordingReader& reader) {
+int checkPasses(const Options& options, const Streams& streams, RecordingReader& reader, const Stopping* stopping) {
   const auto folder = options.isHere ? recording::Stage::Folder::FOUND : recording::Stage::Folder::OWN;
-  const Source* const taken = options.isHere ? FoundFolder::somebodys() : nullptr;
+  const Source* const taken = options.isHere ? recording::FolderAsFound().somebodys() : nullptr;
   if (taken != nullptr) {
-    streams.err << "idlctl: " << taken->word << " (" << taken->segment << ") is there, and --here writes all tables\n";
-    return EXIT_NO;
+    return refuseHere(*taken, streams);
   }
   const auto found = options.isHere ? std::make_unique<FoundFolder>() : nullptr;
+  const auto onStage = [&found](const std::function<void()>& work) {
+    if (found != nullptr) {
+      found->around(work);
+    } else {
+      work();
+    }
+  };
   std::unique_ptr<recording::Stage> stage;
   TableCopy funcInfo;
   SavedTableCopy saved;
   Event event;
   unsigned passes = 0;
-  for (Events events(reader, options); events.next(event);) {
+  Events events(reader, options, stopping);
+  while (events.next(event)) {
+    const Source* const come = found != nullptr ? found->somebodys() : nullptr;
+    if (come != nullptr) {
+      return refuseHere(*come, streams);
+    }
     switch (event.kind) {
       case Event::Kind::FUNC_INFO:
         funcInfo = event.copy;  // a list reads both when it begins, and no more
@@ -147,15 +180,16 @@ int check(const Options& options, const Streams& streams, RecordingReader& reade
         saved = event.saved;
         break;
       case Event::Kind::BEGIN:
-        stage = std::make_unique<recording::Stage>(folder, funcInfo, saved);
+        onStage([&] { stage = std::make_unique<recording::Stage>(folder, funcInfo, saved); });
         break;
       case Event::Kind::TABLE: {
-        stage->put(*event.source, event.copy);
+        onStage([&] { stage->put(*event.source, event.copy); });
         if (!event.isPass) {
           break;
         }
         ++passes;
-        const RecordedList now = stage->refresh(*event.source);
+        RecordedList now;
+        onStage([&] { now = stage->refresh(*event.source); });
         if (now != event.list) {
           streams.out << printable(options.file) << ':' << reader.line() << ": at " << durationText(event.time)
                       << ", in pass " << passes << ", after " << event.source->word
@@ -171,6 +205,10 @@ int check(const Options& options, const Streams& streams, RecordingReader& reade
         break;
     }
   }
+  if (events.isStopped()) {
+    streams.err << "idlctl: stopped after " << passes << " passes; that far the lists were the same\n";
+    return EXIT_NO;
+  }
   if (passes == 0) {
     streams.out << printable(options.file) << ": no passes, so that nothing was checked\n";
     return EXIT_NO;
@@ -179,34 +217,82 @@ int check(const Options& options, const Streams& streams, RecordingReader& reade
   return EXIT_YES;
 }
 
+int check(const Options& options, const Streams& streams, RecordingReader& reader, const Stopping* stopping) {
+  // Told when all that was made is gone: a reader who has seen enough ends this process.
+  std::ostringstream told;
+  const int code = checkPasses(options, {told, streams.err, streams.colour}, reader, stopping);
+  streams.out << told.str();
+  return code;
+}
+
 int tellScenario(const Options& options, const Streams& streams, RecordingReader& reader) {
   recording::ScenarioText scenario(streams.out);
   Event event;
-  for (Events events(reader, options); events.next(event);) {
+  for (Events events(reader, options, nullptr); events.next(event);) {
     scenario.take(event);
   }
   return EXIT_YES;
 }
 
-// Makes it if need be. What somebody has saved is neither lost nor taken for the recording's.
+// What somebody has saved is neither lost nor taken for the recording's. Makes nothing.
 void needSaveFolder(const std::string& folder) {
-  if (folder.empty()) {
-    return;
+  std::error_code error;
+  if (fs::symlink_status(fs::path(folder) / SAVED_TABLE_FILE, error).type() != fs::file_type::not_found) {
+    const std::string why = error ? error.message() : "has saved numbers already; --save-dir wants a folder without";
+    throw std::runtime_error(folder + ": " + why);
   }
+  fs::path nearest = fs::absolute(folder);
+  while (fs::symlink_status(nearest, error).type() == fs::file_type::not_found && nearest.has_relative_path()) {
+    nearest = nearest.parent_path();
+  }
+  const int wrong = !fs::is_directory(nearest, error)             ? ENOTDIR
+                    : ::access(nearest.c_str(), W_OK | X_OK) != 0 ? errno
+                                                                  : 0;
+  if (wrong != 0) {
+    throw std::runtime_error(folder + ": " + std::generic_category().message(wrong));
+  }
+}
+
+void writeSavedTable(const std::string& folder, const SavedTableCopy& saved) {
   std::error_code error;
   fs::create_directories(folder, error);
   if (error) {
     throw std::runtime_error(folder + ": " + error.message());
   }
-  if (fs::symlink_status(fs::path(folder) / SAVED_TABLE_FILE, error).type() != fs::file_type::not_found) {
-    throw std::runtime_error(folder + ": has saved numbers already; --save-dir wants a folder without");
+  recording::writeSaved(folder, saved);
+}
+
+// Reads it to its end, so that of a damaged one nothing is written. What is no file can be read only once.
+void needWhole(const Options& options) {
+  std::error_code none;
+  if (options.file == STANDARD_INPUT || !fs::is_regular_file(options.file, none)) {
+    return;
   }
+  std::ifstream file(options.file, std::ios::binary);
+  RecordingReader reader(file);
+  Event event;
+  for (Events events(reader, options, nullptr); events.next(event);) {
+  }
+}
+
+// A table that a service may have: there is more in it than any client leaves that attaches it, and no stand-in has
+// ever claimed it. The bench writes "FuncInfo" beside its tables without a claim.
+const Source* someServices() {
+  const bool isBench = std::any_of(SOURCES.begin(), SOURCES.end(),
+                                   [](const Source* source) { return recording::wasEverClaimed(*source); });
+  const auto* const found = std::find_if(SOURCES.begin(), SOURCES.end(), [isBench](const Source* source) {
+    const TableCopy copy = copyTableAtOnce(*source);
+    const bool isBenchs = source->isTable ? recording::wasEverClaimed(*source) : isBench;
+    return !copy.isAbsent() && !isBenchs && !comply::isUnwritten(*source, copy);
+  });
+  return found == SOURCES.end() ? nullptr : *found;
 }
 
 /// When each event is due.
 class Pace {
  public:
-  Pace(const Options& options, const Streams& streams) : mOptions(options), mStreams(streams) {}
+  Pace(const Options& options, const Streams& streams, const Stopping& stopping)
+      : mOptions(options), mStreams(streams), mStopping(stopping) {}
 
   /// Waits for it. @return whether a signal has come meanwhile
   bool await(const Event& event) const {
@@ -227,18 +313,27 @@ class Pace {
  private:
   const Options& mOptions;
   const Streams& mStreams;
-  const Stopping mStopping;
+  const Stopping& mStopping;
   const std::chrono::steady_clock::time_point mStart = std::chrono::steady_clock::now();
 };
 
-int publish(const Options& options, const Streams& streams, RecordingReader& reader) {
-  needSaveFolder(options.saveFolder);
+int publish(const Options& options, const Streams& streams, RecordingReader& reader, const Stopping& stopping) {
+  if (!options.saveFolder.empty()) {
+    needSaveFolder(options.saveFolder);
+    needWhole(options);
+  }
+  const Source* const taken = options.takesOver ? nullptr : someServices();
+  if (taken != nullptr) {
+    streams.err << "idlctl: " << taken->word << " (" << taken->segment
+                << ") is there, and no stand-in has made it; --take-over writes over it all the same\n";
+    return EXIT_NO;
+  }
   const recording::TableClaims claims;
-  const Pace pace(options, streams);
+  const Pace pace(options, streams, stopping);
   recording::TableWriter writer;
   SavedTableCopy saved;
   Event event;
-  for (Events events(reader, options); events.next(event);) {
+  for (Events events(reader, options, &stopping); events.next(event);) {
     if (pace.await(event)) {
       return EXIT_YES;
     }
@@ -251,7 +346,7 @@ int publish(const Options& options, const Streams& streams, RecordingReader& rea
         break;
       case Event::Kind::BEGIN:  // a list that starts from now on has the same numbers
         if (!options.saveFolder.empty()) {
-          recording::writeSaved(options.saveFolder, saved);
+          writeSavedTable(options.saveFolder, saved);
         }
         break;
       case Event::Kind::TABLE:
@@ -269,12 +364,21 @@ int run(const Options& options, const Streams& streams) {
     streams.err << "idlctl: --step reads Enter from the standard input, which the recording comes from\n";
     return EXIT_USAGE;
   }
+  // The others leave nothing behind however they end.
+  std::optional<Stopping> stopping;
+  std::optional<StoppableInput> input;
+  if (options.isHere || !(options.isChecked || options.isScenario)) {
+    stopping.emplace();
+  }
+  if (stopping && options.file == STANDARD_INPUT) {
+    input.emplace(*stopping);
+  }
   int code = EXIT_YES;
   try {
     code = readRecording(options.file, streams, [&](RecordingReader& reader) {
-      return options.isChecked    ? check(options, streams, reader)
+      return options.isChecked    ? check(options, streams, reader, stopping ? &*stopping : nullptr)
              : options.isScenario ? tellScenario(options, streams, reader)
-                                  : publish(options, streams, reader);
+                                  : publish(options, streams, reader, *stopping);
     });
   } catch (const bench::TableTaken& taken) {
     streams.err << "idlctl: " << printable(taken.what()) << '\n';
@@ -308,15 +412,18 @@ void addReplay(Arguments& arguments) {
       .needs(check);
   const Argument scenario = arguments.flag("--to-scenario", options->isScenario, "write it as a scenario");
   check.excludes(scenario);
-  for (const Argument& publishing : {speed, step, saveFolder}) {
+  const Argument takeOver = arguments.flag("--take-over", options->takesOver,
+                                           "write also over tables that no stand-in has made: a service's");
+  for (const Argument& publishing : {speed, step, saveFolder, takeOver}) {
     publishing.excludes(check).excludes(scenario);
   }
   speed.excludes(step);
   arguments.footer(
-      "Without --check and --to-scenario it stands in for all services, in the unit's tables; run it where none are.\n"
+      "Without --check and --to-scenario it stands in for all services, unless one of them seems to be there: stop\n"
+      "services before --take-over.\n"
       "Exit codes:\n"
       "  0    played, or told, or the same lists\n"
-      "  1    --check got another list or had no pass to check, or a table is somebody else's\n"
+      "  1    --check got another list, had no pass to check, or was stopped with --here; a table is somebody else's\n"
       "  2    wrong arguments, or another version of the format\n"
       "  3    the recording cannot be read, a table or the output not be written, --check has no folder of its own,\n"
       "       or --save-dir has saved numbers already\n"

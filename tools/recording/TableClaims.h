@@ -2,6 +2,9 @@
 #ifndef TOOLS_RECORDING_TABLECLAIMS_H
 #define TOOLS_RECORDING_TABLECLAIMS_H
 
+#include <filesystem>
+#include <string>
+
 #include "simulator/TableClaim.h"
 #include "tools/inspect/Source.h"
 
@@ -16,6 +19,12 @@ class TableClaims {
   const bench::TableClaim mAap{AAP_SOURCE.segment};
   const bench::TableClaim mFuncInfo{FUNC_INFO_SOURCE.segment};
 };
+
+/// Whether a stand-in has, or once had, that table: claims stay, as tables do.
+inline bool wasEverClaimed(const Source& source) {
+  std::error_code none;  // who may not look has no claim to see
+  return std::filesystem::exists(std::string("/dev/shm/LmBench.") + source.segment, none);
+}
 
 }  // namespace idl::tools::recording
 

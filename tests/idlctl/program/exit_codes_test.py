@@ -211,7 +211,8 @@ class EachExitCode(unittest.TestCase):
         recording = unit.SHARED_MEMORY / "recording"
         unit.table_path("bt").write_bytes(ONE_PHONE)
         recording.write_bytes(self.expect(0, "record", "--timeout", "1ms").stdout)
-        self.expect(0, "replay", str(recording))
+        self.expect(1, "replay", str(recording))
+        self.expect(0, "replay", str(recording), "--take-over")
         self.expect(0, "replay", str(recording), "--to-scenario")
         self.expect(1, "replay", str(recording), "--check", "--here")
         unit.remove(unit.table_path("bt"))
@@ -246,6 +247,11 @@ class EachExitCode(unittest.TestCase):
         self.expectWithJson(0, "comply", "bt", "--for", "20ms")
         unit.table_path("bt").write_bytes(unit.bt_table(unit.bt_slot(3, b"x" * 81)))
         self.expectWithJson(1, "comply", "bt", "--for", "1s")  # time for a look that gets the lock on a busy machine
+        with open("/dev/full", "wb") as full:
+            for more in ((), ("--json",)):
+                process = self.idlctl.start("comply", "bt", "--for", "1ms", *more, stdout=full)
+                self.addCleanup(process.stderr.close)
+                self.assertEqual(process.wait(unit.WATCHDOG), 3)
         self.expectUsage("comply")
         self.expectUsage("comply", "funcinfo")
         self.expectAll("comply")
