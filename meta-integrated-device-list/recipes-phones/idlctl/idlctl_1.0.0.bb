@@ -14,7 +14,7 @@ inherit ptest
 SRC_URI += "file://run-ptest"
 
 FILES:${PN} = "${bindir}/idlctl"
-FILES:${PN}-doc = "${mandir}/*/*"
+FILES:${PN}-doc = "${mandir}/man1/* ${mandir}/man5/idlctl-*"
 PACKAGES =+ "${PN}-bash-completion ${PN}-zsh-completion"
 FILES:${PN}-bash-completion = "${datadir}/bash-completion/completions/idlctl"
 FILES:${PN}-zsh-completion = "${datadir}/zsh/site-functions/_idlctl"

@@ -7,7 +7,7 @@ require ../integrated-device-list.inc
 
 DEPENDS = "lmframework"
 EXTRA_OECMAKE += "-DLM_BUILD_FRAMEWORK=OFF"
-IDL_COMPONENTS = "IntegratedDeviceList IntegratedDeviceList-dev"
+IDL_COMPONENTS = "IntegratedDeviceList IntegratedDeviceList-dev IntegratedDeviceList-doc"
 
 inherit ptest
 SRC_URI += "file://run-ptest"
@@ -23,6 +23,7 @@ FILES:${PN}-dev = "\
     ${libdir}/pkgconfig/IntegratedDeviceList.pc \
     ${libdir}/pkgconfig/IntegratedDeviceListBench.pc \
 "
+FILES:${PN}-doc = "${mandir}/man5/integrated-device-list-* ${mandir}/man7/* ${docdir}/IntegratedDeviceList"
 FILES:${PN}-staticdev = "${libdir}/libIntegratedDeviceListBench.a"
 
 # A stand-in for a service and a list, in a shared-memory folder of their own: real services are not met.
