@@ -4,4 +4,4 @@
 s|^<!-- include \(.*\) -->$|\\include \1|
 s|(In the source tree: .*)||
 s|](\([^)#]*\.md\)#[^)]*)|](\1)|g
-s,\[\([^]]*\)\](\(\.\./examples/[^)]*\|examples/[^)]*\|schemas/[^)]*\|LICENSE\)),\1,g
+s,\[\([^]]*\)\](\(meta-[^)]*\|\.\./examples/[^)]*\|examples/[^)]*\|schemas/[^)]*\|LICENSE\)),\1,g
