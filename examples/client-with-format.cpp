@@ -6,7 +6,8 @@
 namespace {
 
 // Called many times in a refresh, with the list locked: no state, no calls of the list, and the same result for the
-// same arguments. Two numbers must never look alike, or phones could not be told apart; 0 is a phone without a number.
+// same arguments. Two numbers from 1 on must never look alike, or phones could not be told apart; 0 is a
+// phone without a number.
 std::string inBrackets(const std::string& name, unsigned char suffix) {
   return suffix < 2 ? name : name + " (" + std::to_string(suffix) + ")";
 }

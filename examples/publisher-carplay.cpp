@@ -36,7 +36,7 @@ class CarPlayPhones {
   bool publish(const std::vector<Phone>& phones, std::uint64_t connected) {
     const std::vector<cps_def::WCPAtom> table = tableOf(phones);
     {
-      const LmSyncGuard guard(mSegment);  // no reader sees a half of it
+      const LmSyncGuard guard(mSegment);  // no reader sees half an entry; each is read by itself
       if (!beginResource() || !write(offsetof(Resource, phones), table.data(), table.size() * sizeof(table[0])) ||
           !write(offsetof(Resource, currentPhone), &connected, sizeof(connected))) {
         return false;

@@ -7,6 +7,7 @@ require ../integrated-device-list.inc
 SECTION = "utils"
 DEPENDS = "cli11 nlohmann-json utf8proc"
 EXTRA_OECMAKE:remove = "-DLM_BUILD_TOOLS=OFF"
+EXTRA_OECMAKE += "-DLM_BUILD_MAN=OFF"
 OECMAKE_TARGET_COMPILE = "idlctl"
 IDL_COMPONENTS = "idlctl"
 

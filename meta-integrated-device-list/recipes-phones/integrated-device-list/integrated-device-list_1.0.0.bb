@@ -5,7 +5,7 @@ its own provides virtual/lmframework instead of the port."
 
 require ../integrated-device-list.inc
 
-DEPENDS = "lmframework"
+DEPENDS = "virtual/lmframework"
 EXTRA_OECMAKE += "-DLM_BUILD_FRAMEWORK=OFF"
 IDL_COMPONENTS = "IntegratedDeviceList IntegratedDeviceList-dev IntegratedDeviceList-doc"
 
@@ -29,7 +29,7 @@ FILES:${PN}-staticdev = "${libdir}/libIntegratedDeviceListBench.a"
 # A stand-in for a service and a list, in a shared-memory folder of their own: real services are not met.
 do_compile_ptest() {
     for program in bench service; do
-        ${CXX} ${CXXFLAGS} -std=c++17 -I${S} -I${S}/src/Public ${S}/tests/consumers/cmake-client/$program.cpp \
+        ${CXX} ${CXXFLAGS} -std=c++17 -I${S}/src/Public -idirafter ${S} ${S}/tests/consumers/cmake-client/$program.cpp \
             ${LDFLAGS} ${B}/simulator/libIntegratedDeviceListBench.a \
             -L${B}/src/Public/IntegratedDeviceList -lIntegratedDeviceList -lLmFramework -o ${B}/ptest-$program
     done

@@ -4,6 +4,7 @@ DESCRIPTION = "For units that have no framework of their own: named locks betwee
 
 require ../integrated-device-list.inc
 
+PROVIDES = "virtual/lmframework"
 OECMAKE_TARGET_COMPILE = "LmFramework"
 IDL_COMPONENTS = "LmFramework LmFramework-dev"
 
