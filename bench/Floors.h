@@ -11,15 +11,16 @@ namespace idl::cost {
 
 /// Ways to copy a list over another one of the same length. The fastest one is the floor.
 enum class Copying {
-  ASSIGNED,        ///< the records' own assignment
-  INLINE_BYTES,    ///< texts assigned, all that lies between and behind them as bytes of a length that is known
-  CALLED_BYTES,    ///< the same by calls of memcpy()
-  TEXTS_IN_PLACE,  ///< the same, and texts of the same length are overwritten in place
-  CHUNKS           ///< the same without calls: 64 bytes at a time, which the compiler makes moves of
+  ASSIGNED,         ///< the records' own assignment
+  INLINE_BYTES,     ///< texts assigned, all that lies between and behind them as bytes of a length that is known
+  CALLED_BYTES,     ///< the same by calls of memcpy()
+  TEXTS_IN_PLACE,   ///< the same, and texts of the same length are overwritten in place
+  FIELDS_IN_PLACE,  ///< the header's fields one by one, texts in place, the source records by one call of memcpy()
+  CHUNKS            ///< the same without calls: 64 bytes at a time, which the compiler makes moves of
 };
 
-constexpr Copying COPYINGS[] = {Copying::ASSIGNED, Copying::INLINE_BYTES, Copying::CALLED_BYTES,
-                                Copying::TEXTS_IN_PLACE, Copying::CHUNKS};
+constexpr Copying COPYINGS[] = {Copying::ASSIGNED,       Copying::INLINE_BYTES,    Copying::CALLED_BYTES,
+                                Copying::TEXTS_IN_PLACE, Copying::FIELDS_IN_PLACE, Copying::CHUNKS};
 
 const char* nameOf(Copying copying);
 

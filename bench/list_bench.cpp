@@ -307,7 +307,7 @@ void addAll() {
     add("floor/locked_reads/" + sourceName, readsFloor, source);
     for (const Names names : idl::cost::NAMINGS) {
       const std::string row = sourceName + "/" + idl::cost::nameOf(names);
-      for (const Copying copying : {Copying::ASSIGNED, Copying::TEXTS_IN_PLACE}) {
+      for (const Copying copying : {Copying::ASSIGNED, Copying::TEXTS_IN_PLACE, Copying::FIELDS_IN_PLACE}) {
         add("floor/refresh/" + row + "/" + idl::cost::nameOf(copying), refreshFloor, source, names, copying);
       }
       add("refresh/" + row, refresh, source, names, calls.at(row));

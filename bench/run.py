@@ -18,6 +18,8 @@ import time
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 EXIT_FAILED = 1
 EXIT_MISSED = 3
+FIGURES = 19  # that a whole run has to judge
+WATCHDOG = 240  # seconds; no program takes half of it
 SOURCES = {"bluetooth": ("Bluetooth", 10, 20), "carplay": ("CarPlay", 11, 8), "aap": ("Android Auto", 12, 20)}
 NAMINGS = {"different": ("33 names", 3), "alike": ("one name", 4)}
 
@@ -75,7 +77,10 @@ def measure(build, out, runs):
                 f"--benchmark_out={raw}",
                 "--benchmark_out_format=json",
             ]
-            done = subprocess.run(command, env=environment, capture_output=True, text=True, cwd=ROOT)
+            try:
+                done = subprocess.run(command, env=environment, capture_output=True, text=True, cwd=ROOT, timeout=WATCHDOG)
+            except subprocess.TimeoutExpired as hang:
+                raise Failed(f"{run.program} has not ended within {WATCHDOG} s") from hang
             if done.returncode != 0:
                 raise Failed(f"{run.program} has failed:\n{done.stdout}{done.stderr}")
             for name, row in medians(json.loads(raw.read_text())["benchmarks"], run.program).items():
@@ -100,6 +105,8 @@ def medians(entries, program):
             for key, value in list_of[0].items()
             if isinstance(value, (int, float)) and not key.endswith("_index") and key not in ("threads", "iterations")
         }
+        for key in row.keys() & {"most_ns", "allocations"}:
+            row[key] = max(entry[key] for entry in list_of)
         row["ns"] = row["real_time" if by_clock else "cpu_time"]
         row["repetitions"] = len(list_of)
         rows[plain] = row
@@ -484,6 +491,8 @@ def main():
         rows, context = measure(options.build.resolve(), out.resolve(), runs), machine(options.build)
     results = Results(rows)
     judge(results)
+    if not options.only and not options.report and len(results.figures) != FIGURES:
+        raise Failed(f"{len(results.figures)} figures were judged instead of {FIGURES}: a row has another name, or is missing")
     if not options.report:
         whole = {"context": context, "figures": results.figures, "orders": results.orders, "rows": rows}
         saved.write_text(json.dumps(whole, indent=1, ensure_ascii=False) + "\n")

@@ -55,7 +55,7 @@ class LmSIntegratedDeviceListImpl {
 
   /// Rebuilds the merged list from what the adapters read last: phones connected by USB and not paired, by port, then
   /// the paired ones, by Bluetooth id. Equal keys keep the order CarPlay, Android Auto, then those whose pairing
-  /// Bluetooth does not know.
+  /// Bluetooth does not know. If it throws, the merged list is to be thrown away.
   void updateDeviceList();
 
   /// Folds each record of `source` into the first record of `target` with its Bluetooth id, or appends it to
