@@ -204,7 +204,8 @@ TEST(ATableThatNobodyHasWrittenYet, IsUnknown) {
     const Invocation comply({"comply", source, "--for", "200ms", "--json"});
 
     EXPECT_EQ(comply.exitCode(), 0) << comply.out();
-    for (const auto& rule : comply.json().at("rules")) {
+    const nlohmann::json said = comply.json();
+    for (const auto& rule : said.at("rules")) {
       EXPECT_EQ(rule.at("verdict"), "unknown") << rule;
     }
     EXPECT_EQ(ruleOf(comply.json(), "ends-texts").at("why"), "Nobody has written the table yet.");
