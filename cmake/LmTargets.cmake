@@ -38,8 +38,9 @@ function(lm_shared_library name objects)
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR})
   # The finaliser and the fork handlers keep pointers into the library, so it must not be unloaded.
+  # Its own functions are called as its own: by way of the loader's table a list read of 33 took a tenth longer.
   set(map ${CMAKE_CURRENT_SOURCE_DIR}/${name}.map)
-  target_link_options(${name} PRIVATE -Wl,-z,nodelete -Wl,--version-script=${map})
+  target_link_options(${name} PRIVATE -Wl,-z,nodelete -Wl,-Bsymbolic-functions -Wl,--version-script=${map})
   set_target_properties(${name} PROPERTIES LINK_DEPENDS ${map})
   if(LM_HARDENING)
     target_link_options(${name} PRIVATE -Wl,-z,relro -Wl,-z,now)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "IntegratedDeviceList/LmSIntegratedDeviceListDef.h"
 
+#include <algorithm>
 #include <cstring>
 
 // Out of line, so that a program that holds records does not carry their copying in each of its sources.
@@ -12,7 +13,7 @@ namespace {
 // Of a list that is refreshed, most texts are as long as before.
 void assignText(std::string& to, const std::string& from) {
   if (to.size() == from.size()) {
-    std::memcpy(to.data(), from.data(), from.size());
+    std::copy(from.begin(), from.end(), to.begin());  // no call for the many that are empty
   } else {
     to = from;
   }
