@@ -76,6 +76,7 @@ class TheExamples(unittest.TestCase):
     def test_APublisherWritesUnderItsLock(self):
         """Each write to a table, also the size word's and those of CarPlay's defaults."""
         if OPTIONS.preloaded is None:
+            # Nothing can be loaded before it, and without the hook no write is seen.
             self.skipTest("a sanitizer's runtime has to be the first that is loaded")
         self.environment["LD_PRELOAD"] = str(OPTIONS.preloaded)
         self.publish_all()

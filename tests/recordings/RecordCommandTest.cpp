@@ -51,6 +51,7 @@ TEST_F(Record, ChangesNothingOnAUnitInUse) {
 
 TEST_F(Record, NeedsNoMoreThanTheRightToRead) {
   if (geteuid() != 0) {
+    // Who is not root cannot become the user whose rights are tried here; CI runs as root.
     GTEST_SKIP() << "only root can be another user";
   }
   BtPublisher bt;
@@ -264,6 +265,7 @@ TEST_F(ACopyOfARecording, MayHaveTheLongestNameThatThereIs) {
 
 TEST_F(ACopyOfARecording, IsWrittenToAFileInAFolderThatIsSomebodyElses) {
   if (geteuid() != 0) {
+    // Who is not root cannot become the user whose rights are tried here; CI runs as root.
     GTEST_SKIP() << "only root can be another user";
   }
   chmod(mFolder.path().c_str(), 0755);

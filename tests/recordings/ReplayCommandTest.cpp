@@ -154,6 +154,7 @@ TEST_F(Replay, HasThemWithOtherNames) {
 
 TEST_F(Replay, ChecksInAFolderOfItsOwn) {
   if (!mayHaveMounts()) {
+    // A container may forbid them; then there is no folder of its own to check in, and --here is what is tested.
     GTEST_SKIP() << "this kernel lets this user have no namespaces";
   }
   const std::string path = record(twoPhones());
