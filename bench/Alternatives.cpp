@@ -202,7 +202,7 @@ sd_bus* openBus(const std::string& address) {
 class Daemon {
  public:
   Daemon() {
-    std::string folder = "/tmp/lm-bench-bus-XXXXXX";
+    std::string folder = "/tmp/lm-bench-bus-XXXXXX";  // mkdtemp() puts letters of its own in the place of the X's
     if (mkdtemp(folder.data()) == nullptr) {
       throw std::system_error(errno, std::generic_category(), folder);
     }

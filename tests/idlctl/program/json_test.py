@@ -190,6 +190,7 @@ class EveryOutput(unittest.TestCase):
     def testSaysWhatAUserMayNotRead(self):
         with self.idlctl.for_nobody() as other:
             if other is None:
+                # Who owns the table may read it: this takes a second user.
                 self.skipTest("another user can be had by root alone")
             self.idlctl.save_folder.chmod(0o755)
             healthy(self.idlctl)
@@ -259,6 +260,7 @@ class EveryOutput(unittest.TestCase):
         def path_of(folder, *arguments, **more):
             with self.idlctl.for_nobody() as other:
                 if other is None:
+                    # The folders of root and of a user differ: this takes both.
                     self.skipTest("another user can be had by root alone")
                 as_other = ["setpriv", "--reuid", str(unit.NOBODY), "--regid", str(unit.NOBODY), "--clear-groups"]
                 done = subprocess.run(
