@@ -16,7 +16,8 @@ function(lm_target_defaults target)
     $<$<BOOL:${LM_WARNINGS_AS_ERRORS}>:-Werror>
     $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
   if(LM_HARDENING)
-    target_compile_options(${target} PRIVATE -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+    target_compile_options(${target} PRIVATE -fstack-protector-strong -U_FORTIFY_SOURCE
+      $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)  # the C library has it only for optimised code
     get_target_property(type ${target} TYPE)
     if(type STREQUAL EXECUTABLE)
       target_link_options(${target} PRIVATE -Wl,-z,relro -Wl,-z,now)

@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -28,8 +29,13 @@ struct Phone {
 
 class AapPhones {
  public:
-  /// Replaces the whole table. @return false, with a log line that says why, when it cannot be written or told.
+  /// Replaces the whole table.
+  /// @return false when it cannot be written or told, which the log says why; and, with nothing written, when there are
+  /// more phones than the twelve that the table takes: leaving some out would have to be the service's choice.
   bool publish(const std::vector<Phone>& phones) {
+    if (phones.size() > AapDeviceList::SLOT_COUNT) {
+      return false;
+    }
     const AapDeviceList table = tableOf(phones);
     {
       const LmSyncGuard guard(mSegment);  // no reader sees a half of it
@@ -49,7 +55,7 @@ class AapPhones {
 
   static AapDeviceList tableOf(const std::vector<Phone>& phones) {
     AapDeviceList table = {};  // a slot without an identifier is free
-    for (unsigned k = 0; k < phones.size() && k < AapDeviceList::SLOT_COUNT; ++k) {
+    for (unsigned k = 0; k < phones.size(); ++k) {
       AapSlot& slot = table.slots[k];
       slot.session = static_cast<std::uint8_t>(k + 1);
       lm_strncpy(slot.name, phones[k].name.c_str(), sizeof(slot.name) - 1);  // cuts, and ends the text in any case
@@ -69,12 +75,20 @@ class AapPhones {
 }  // namespace
 
 int main(int count, char** arguments) {
+  if ((count - 1) % 4 != 0) {
+    std::cerr << "publisher-aap: four words for each phone; the first lines of its source have an example\n";
+    return 2;
+  }
   std::vector<Phone> phones;
-  for (int k = 1; k + 3 < count; k += 4) {
+  for (int k = 1; k < count; k += 4) {
     phones.push_back({arguments[k], arguments[k + 1], static_cast<std::uint8_t>(std::atoi(arguments[k + 2])),
                       std::atoi(arguments[k + 3])});
   }
   // A service publishes when it starts, also when there is no phone, and then at each change; the table outlives it.
   AapPhones list;
-  return list.publish(phones) ? 0 : 1;
+  if (!list.publish(phones)) {
+    std::cerr << "publisher-aap: not published\n";
+    return 1;
+  }
+  return 0;
 }

@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -27,8 +28,13 @@ struct Phone {
 
 class PairingList {
  public:
-  /// Replaces the whole table. @return false, with a log line that says why, when it cannot be written or told.
+  /// Replaces the whole table.
+  /// @return false when it cannot be written or told, which the log says why; and, with nothing written, when there are
+  /// more phones than the ten that the table takes: leaving some out would have to be the service's choice.
   bool publish(const std::vector<Phone>& phones) {
+    if (phones.size() > BtPairedDeviceList::SLOT_COUNT) {
+      return false;
+    }
     const BtPairedDeviceList table = tableOf(phones);
     {
       const LmSyncGuard guard(mSegment);  // no reader sees a half of it
@@ -53,12 +59,12 @@ class PairingList {
     for (BtSlot& slot : table.slots) {
       slot.id = FREE;  // a slot of zeros is a phone with the id 0, not a free one
     }
-    for (unsigned k = 0; k < phones.size() && k < BtPairedDeviceList::SLOT_COUNT; ++k) {
+    for (unsigned k = 0; k < phones.size(); ++k) {
       BtSlot& slot = table.slots[k];
       slot.id = phones[k].id;
       lm_strncpy(slot.name, phones[k].name.c_str(), sizeof(slot.name) - 1);  // cuts, and ends the text in any case
       lm_strncpy(slot.address, phones[k].address.c_str(), sizeof(slot.address) - 1);
-      slot.flag1 = 1;
+      slot.flag1 = 1;  // handed on to clients, as info and flag2 are; 1 is what a record has that nobody has filled
     }
     return table;
   }
@@ -72,11 +78,19 @@ class PairingList {
 }  // namespace
 
 int main(int count, char** arguments) {
+  if ((count - 1) % 2 != 0) {
+    std::cerr << "publisher-bt: two words for each phone; the first lines of its source have an example\n";
+    return 2;
+  }
   std::vector<Phone> phones;
-  for (int k = 1; k + 1 < count; k += 2) {
+  for (int k = 1; k < count; k += 2) {
     phones.push_back({static_cast<std::uint8_t>(std::atoi(arguments[k])), arguments[k + 1], "00:00:5E:00:53:01"});
   }
   // A service publishes when it starts, also when nobody is paired, and then at each change; the table outlives it.
   PairingList list;
-  return list.publish(phones) ? 0 : 1;
+  if (!list.publish(phones)) {
+    std::cerr << "publisher-bt: not published\n";
+    return 1;
+  }
+  return 0;
 }

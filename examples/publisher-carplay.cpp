@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -32,8 +33,12 @@ struct Phone {
 class CarPlayPhones {
  public:
   /// Replaces the phone table, and says which phone is connected; 0: none.
-  /// @return false, with a log line that says why, when it cannot be written or told.
+  /// @return false when it cannot be written or told, which the log says why; and, with nothing written, when there are
+  /// more phones than the eleven that the table takes: leaving some out would have to be the service's choice.
   bool publish(const std::vector<Phone>& phones, std::uint64_t connected) {
+    if (phones.size() > Resource::PHONE_COUNT) {
+      return false;
+    }
     const std::vector<cps_def::WCPAtom> table = tableOf(phones);
     {
       const LmSyncGuard guard(mSegment);  // no reader sees half an entry; each is read by itself
@@ -55,7 +60,7 @@ class CarPlayPhones {
 
   static std::vector<cps_def::WCPAtom> tableOf(const std::vector<Phone>& phones) {
     std::vector<cps_def::WCPAtom> table(Resource::PHONE_COUNT);  // zeros: free
-    for (std::size_t k = 0; k < phones.size() && k < table.size(); ++k) {
+    for (std::size_t k = 0; k < phones.size(); ++k) {
       cps_def::WCPAtom& slot = table[k];
       slot.identifier = phones[k].identifier;
       lm_strncpy(slot.name, phones[k].name.c_str(), sizeof(slot.name) - 1);  // cuts, and ends the text in any case
@@ -96,12 +101,20 @@ class CarPlayPhones {
 }  // namespace
 
 int main(int count, char** arguments) {
+  if ((count - 1) % 3 != 0) {
+    std::cerr << "publisher-carplay: three words for each phone; the first lines of its source have an example\n";
+    return 2;
+  }
   std::vector<Phone> phones;
-  for (int k = 1; k + 2 < count; k += 3) {
+  for (int k = 1; k < count; k += 3) {
     phones.push_back({std::strtoull(arguments[k], nullptr, 0), arguments[k + 1],
                       static_cast<std::uint8_t>(std::atoi(arguments[k + 2]))});
   }
   // A service publishes when it starts, also when there is no phone, and then at each change; the resource outlives it.
   CarPlayPhones list;
-  return list.publish(phones, phones.empty() ? 0 : phones.front().identifier) ? 0 : 1;
+  if (!list.publish(phones, phones.empty() ? 0 : phones.front().identifier)) {
+    std::cerr << "publisher-carplay: not published\n";
+    return 1;
+  }
+  return 0;
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Preloaded into a publisher: ends it with a message where it writes to a table without holding that table's lock.
+// Preloaded into a publisher: ends it with a message where it writes to a table without holding that table's lock. The file that
+// WRITES_SEEN names is given a byte for each write to a table.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/types.h>
@@ -7,6 +8,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "IntegratedDeviceList/WireFormat.h"
@@ -25,6 +27,10 @@ void demandLock(int fd) {
   const std::string name = std::string(path).substr(sizeof(FOLDER) - 1);
   if (name != idl::wire::BT_SEGMENT && name != idl::wire::CARPLAY_SEGMENT && name != idl::wire::AAP_SEGMENT) {
     return;  // the port's own files
+  }
+  if (std::FILE* const seen = std::fopen(std::getenv("WRITES_SEEN"), "a")) {
+    std::fputc('.', seen);
+    std::fclose(seen);
   }
   std::uint32_t word = 0;
   const int lock = ::open((FOLDER + ("LmLock." + name)).c_str(), O_RDONLY | O_CLOEXEC);

@@ -78,8 +78,14 @@ class TheExamples(unittest.TestCase):
         if OPTIONS.preloaded is None:
             # Nothing can be loaded before it, and without the hook no write is seen.
             self.skipTest("a sanitizer's runtime has to be the first that is loaded")
-        self.environment["LD_PRELOAD"] = str(OPTIONS.preloaded)
+        seen = pathlib.Path(self.saved, "writes-seen")
+        self.environment.update(LD_PRELOAD=str(OPTIONS.preloaded), WRITES_SEEN=str(seen))
         self.publish_all()
+        self.assertGreaterEqual(seen.stat().st_size, 2 * 3, "the hook has seen less than a size word and a table of each")
+
+        careless = subprocess.run([sys.executable, "-c", "import os; os.pwrite(os.open('/dev/shm/AapDeviceList', os.O_RDWR), b'x', 8)"],
+                                  env=self.environment, stderr=subprocess.PIPE, timeout=WATCHDOG, check=False)
+        self.assertEqual((careless.returncode, careless.stderr), (99, b"AapDeviceList is written without its lock\n"))
 
     def test_APublisherWithoutPhonesLeavesNoneListed(self):
         self.publish_all()
@@ -97,6 +103,16 @@ class TheExamples(unittest.TestCase):
         for source in ("bt", "cp", "aap"):
             self.assertEqual(self.idlctl("dump", source, "--check")["findings"], [])
         self.assertEqual([len(row["name"]) for row in self.idlctl("list")["devices"]], [255, 256, 80])
+
+    def test_APublisherRefusesMorePhonesThanItsTableTakes(self):
+        phones = {"publisher-bt": (10, ["3", ANNA]), "publisher-carplay": (11, ["77", ANNA, "3"]), "publisher-aap": (12, ["aap-1", ANNA, "3", "1"])}
+        for publisher, (slots, phone) in phones.items():
+            self.example(publisher, *(phone * slots))
+            before = {path: path.read_bytes() for path in SHARED_MEMORY.iterdir() if path.is_file()}
+            done = subprocess.run([OPTIONS.examples / publisher, *(phone * (slots + 1))], env=self.environment, stderr=subprocess.PIPE,
+                                  timeout=WATCHDOG, check=False)
+            self.assertEqual((done.returncode, done.stderr), (1, f"{publisher}: not published\n".encode()))
+            self.assertEqual({path: path.read_bytes() for path in SHARED_MEMORY.iterdir() if path.is_file()}, before)
 
     def test_ACarPlayPublisherKeepsWhatItFinds(self):
         resource = SHARED_MEMORY / "LmSCarplayResource"
