@@ -9,9 +9,11 @@
 #include <LmFramework/SharedMemory/LmSharedMemory.h>
 #include <LmFramework/lm_strncpy.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -72,17 +74,29 @@ class AapPhones {
   std::uint32_t mChanges = 0;
 };
 
+/// The whole word as a number, in the ways of C, or nothing when it is none or more than `most`.
+std::optional<std::uint64_t> numberUpTo(std::uint64_t most, const char* word) {
+  char* end = nullptr;
+  errno = 0;
+  const std::uint64_t number = std::strtoull(word, &end, 0);
+  const bool isOne = *word >= '0' && *word <= '9' && *end == '\0' && errno == 0;
+  return isOne && number <= most ? std::optional(number) : std::nullopt;
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
-  if ((count - 1) % 4 != 0) {
-    std::cerr << "publisher-aap: four words for each phone; the first lines of its source have an example\n";
-    return 2;
-  }
   std::vector<Phone> phones;
   for (int k = 1; k < count; k += 4) {
-    phones.push_back({arguments[k], arguments[k + 1], static_cast<std::uint8_t>(std::atoi(arguments[k + 2])),
-                      std::atoi(arguments[k + 3])});
+    const bool isWhole = k + 3 < count;
+    const std::optional<std::uint64_t> btid = isWhole ? numberUpTo(255, arguments[k + 2]) : std::nullopt;
+    const std::optional<std::uint64_t> port = isWhole ? numberUpTo(INT32_MAX, arguments[k + 3]) : std::nullopt;
+    if (!btid || !port || *arguments[k] == '\0') {
+      std::cerr << "usage: publisher-aap [IDENTIFIER NAME BTID PORT]...; a BTID is 0 to 255, a PORT from 0\n";
+      return 2;
+    }
+    phones.push_back(
+        {arguments[k], arguments[k + 1], static_cast<std::uint8_t>(*btid), static_cast<std::int32_t>(*port)});
   }
   // A service publishes when it starts, also when there is no phone, and then at each change; the table outlives it.
   AapPhones list;

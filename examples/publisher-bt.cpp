@@ -9,9 +9,11 @@
 #include <LmFramework/SharedMemory/LmSharedMemory.h>
 #include <LmFramework/lm_strncpy.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -75,16 +77,26 @@ class PairingList {
   std::uint32_t mChanges = 0;
 };
 
+/// The whole word as a number, in the ways of C, or nothing when it is none or more than `most`.
+std::optional<std::uint64_t> numberUpTo(std::uint64_t most, const char* word) {
+  char* end = nullptr;
+  errno = 0;
+  const std::uint64_t number = std::strtoull(word, &end, 0);
+  const bool isOne = *word >= '0' && *word <= '9' && *end == '\0' && errno == 0;
+  return isOne && number <= most ? std::optional(number) : std::nullopt;
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
-  if ((count - 1) % 2 != 0) {
-    std::cerr << "publisher-bt: two words for each phone; the first lines of its source have an example\n";
-    return 2;
-  }
   std::vector<Phone> phones;
   for (int k = 1; k < count; k += 2) {
-    phones.push_back({static_cast<std::uint8_t>(std::atoi(arguments[k])), arguments[k + 1], "00:00:5E:00:53:01"});
+    const std::optional<std::uint64_t> id = numberUpTo(254, arguments[k]);
+    if (k + 1 == count || !id) {
+      std::cerr << "usage: publisher-bt [ID NAME]...; an ID is 0 to 254\n";
+      return 2;
+    }
+    phones.push_back({static_cast<std::uint8_t>(*id), arguments[k + 1], "00:00:5E:00:53:01"});
   }
   // A service publishes when it starts, also when nobody is paired, and then at each change; the table outlives it.
   PairingList list;

@@ -12,11 +12,13 @@
 #include <LmFramework/SharedMemory/LmSharedMemory.h>
 #include <LmFramework/lm_strncpy.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -98,17 +100,28 @@ class CarPlayPhones {
   std::uint32_t mChanges = 0;
 };
 
+/// The whole word as a number, in the ways of C, or nothing when it is none or more than `most`.
+std::optional<std::uint64_t> numberUpTo(std::uint64_t most, const char* word) {
+  char* end = nullptr;
+  errno = 0;
+  const std::uint64_t number = std::strtoull(word, &end, 0);
+  const bool isOne = *word >= '0' && *word <= '9' && *end == '\0' && errno == 0;
+  return isOne && number <= most ? std::optional(number) : std::nullopt;
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
-  if ((count - 1) % 3 != 0) {
-    std::cerr << "publisher-carplay: three words for each phone; the first lines of its source have an example\n";
-    return 2;
-  }
   std::vector<Phone> phones;
   for (int k = 1; k < count; k += 3) {
-    phones.push_back({std::strtoull(arguments[k], nullptr, 0), arguments[k + 1],
-                      static_cast<std::uint8_t>(std::atoi(arguments[k + 2]))});
+    const bool isWhole = k + 2 < count;
+    const std::optional<std::uint64_t> identifier = numberUpTo(UINT64_MAX, arguments[k]);
+    const std::optional<std::uint64_t> btid = isWhole ? numberUpTo(255, arguments[k + 2]) : std::nullopt;
+    if (!identifier || *identifier == 0 || !btid) {
+      std::cerr << "usage: publisher-carplay [IDENTIFIER NAME BTID]...; an IDENTIFIER is not 0, a BTID 0 to 255\n";
+      return 2;
+    }
+    phones.push_back({*identifier, arguments[k + 1], static_cast<std::uint8_t>(*btid)});
   }
   // A service publishes when it starts, also when there is no phone, and then at each change; the resource outlives it.
   CarPlayPhones list;

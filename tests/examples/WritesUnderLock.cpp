@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Preloaded into a publisher: ends it with a message where it writes to a table without holding that table's lock. The file that
-// WRITES_SEEN names is given a byte for each write to a table.
+// Preloaded into a publisher: ends it with a message where it writes to a table without holding that table's lock. The
+// file that WRITES_SEEN names is given a byte for each write to a table.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/types.h>

@@ -114,6 +114,16 @@ class TheExamples(unittest.TestCase):
             self.assertEqual((done.returncode, done.stderr), (1, f"{publisher}: not published\n".encode()))
             self.assertEqual({path: path.read_bytes() for path in SHARED_MEMORY.iterdir() if path.is_file()}, before)
 
+    def test_APublisherRefusesWordsThatMakeNoPhone(self):
+        for publisher, *words in (("publisher-bt", "3"), ("publisher-bt", "255", ANNA), ("publisher-bt", "anna", ANNA), ("publisher-bt", "", ANNA),
+                                  ("publisher-carplay", "77", ANNA), ("publisher-carplay", "0", ANNA, "3"), ("publisher-carplay", "77", ANNA, "256"),
+                                  ("publisher-aap", "aap-1", ANNA, "3"), ("publisher-aap", "", ANNA, "3", "1"),
+                                  ("publisher-aap", "aap-1", ANNA, "-1", "1"), ("publisher-aap", "aap-1", ANNA, "3", "2147483648")):
+            done = subprocess.run([OPTIONS.examples / publisher, *words], env=self.environment, stderr=subprocess.PIPE, timeout=WATCHDOG,
+                                  check=False)
+            self.assertEqual((done.returncode, done.stderr.split(b" [")[0]), (2, f"usage: {publisher}".encode()), words)
+        self.assertEqual(list(SHARED_MEMORY.iterdir()), [])
+
     def test_ACarPlayPublisherKeepsWhatItFinds(self):
         resource = SHARED_MEMORY / "LmSCarplayResource"
         image = bytearray(13736)

@@ -7,7 +7,6 @@ require ../integrated-device-list.inc
 SECTION = "utils"
 DEPENDS = "cli11 nlohmann-json utf8proc"
 EXTRA_OECMAKE:remove = "-DLM_BUILD_TOOLS=OFF"
-EXTRA_OECMAKE += "-DLM_BUILD_MAN=OFF"
 OECMAKE_TARGET_COMPILE = "idlctl"
 IDL_COMPONENTS = "idlctl"
 
@@ -15,7 +14,6 @@ inherit ptest
 SRC_URI += "file://run-ptest"
 
 FILES:${PN} = "${bindir}/idlctl"
-FILES:${PN}-doc = "${mandir}/man1/* ${mandir}/man5/idlctl-*"
 PACKAGES =+ "${PN}-bash-completion ${PN}-zsh-completion"
 FILES:${PN}-bash-completion = "${datadir}/bash-completion/completions/idlctl"
 FILES:${PN}-zsh-completion = "${datadir}/zsh/site-functions/_idlctl"

@@ -11,7 +11,7 @@ IDL_COMPONENTS = "IntegratedDeviceList IntegratedDeviceList-dev IntegratedDevice
 
 inherit ptest
 SRC_URI += "file://run-ptest"
-RDEPENDS:${PN}-ptest = "util-linux-unshare"
+RDEPENDS:${PN}-ptest += "util-linux-flock util-linux-unshare"
 
 FILES:${PN} = "${libdir}/libIntegratedDeviceList.so.*"
 FILES:${PN}-dev = "\
@@ -23,7 +23,7 @@ FILES:${PN}-dev = "\
     ${libdir}/pkgconfig/IntegratedDeviceList.pc \
     ${libdir}/pkgconfig/IntegratedDeviceListBench.pc \
 "
-FILES:${PN}-doc = "${mandir}/man5/integrated-device-list-* ${mandir}/man7/* ${docdir}/IntegratedDeviceList"
+FILES:${PN}-doc = "${docdir}/IntegratedDeviceList"
 FILES:${PN}-staticdev = "${libdir}/libIntegratedDeviceListBench.a"
 
 # A stand-in for a service and a list, in a shared-memory folder of their own: real services are not met.
