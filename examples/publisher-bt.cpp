@@ -31,12 +31,9 @@ struct Phone {
 class PairingList {
  public:
   /// Replaces the whole table.
-  /// @return false when it cannot be written or told, which the log says why; and, with nothing written, when there are
-  /// more phones than the ten that the table takes: leaving some out would have to be the service's choice.
+  /// @return false when it cannot be written or told, which the log says why; and when there are more phones than it
+  /// takes: the first ten are published then. Whether they are the right ones is the service's choice.
   bool publish(const std::vector<Phone>& phones) {
-    if (phones.size() > BtPairedDeviceList::SLOT_COUNT) {
-      return false;
-    }
     const BtPairedDeviceList table = tableOf(phones);
     {
       const LmSyncGuard guard(mSegment);  // no reader sees a half of it
@@ -45,7 +42,8 @@ class PairingList {
       }
     }
     ++mChanges;  // without the lock: whoever hears of it will want to take it
-    return mNotifier.Publish(NOTIFICATION_ID, &mChanges, sizeof(mChanges));
+    return mNotifier.Publish(NOTIFICATION_ID, &mChanges, sizeof(mChanges)) &&
+           phones.size() <= BtPairedDeviceList::SLOT_COUNT;
   }
 
  private:
@@ -61,7 +59,7 @@ class PairingList {
     for (BtSlot& slot : table.slots) {
       slot.id = FREE;  // a slot of zeros is a phone with the id 0, not a free one
     }
-    for (unsigned k = 0; k < phones.size(); ++k) {
+    for (unsigned k = 0; k < phones.size() && k < BtPairedDeviceList::SLOT_COUNT; ++k) {
       BtSlot& slot = table.slots[k];
       slot.id = phones[k].id;
       lm_strncpy(slot.name, phones[k].name.c_str(), sizeof(slot.name) - 1);  // cuts, and ends the text in any case
@@ -77,11 +75,11 @@ class PairingList {
   std::uint32_t mChanges = 0;
 };
 
-/// The whole word as a number, in the ways of C, or nothing when it is none or more than `most`.
+/// The whole word as a number, or nothing when it is none or more than `most`.
 std::optional<std::uint64_t> numberUpTo(std::uint64_t most, const char* word) {
   char* end = nullptr;
   errno = 0;
-  const std::uint64_t number = std::strtoull(word, &end, 0);
+  const std::uint64_t number = std::strtoull(word, &end, 10);
   const bool isOne = *word >= '0' && *word <= '9' && *end == '\0' && errno == 0;
   return isOne && number <= most ? std::optional(number) : std::nullopt;
 }
@@ -101,7 +99,7 @@ int main(int count, char** arguments) {
   // A service publishes when it starts, also when nobody is paired, and then at each change; the table outlives it.
   PairingList list;
   if (!list.publish(phones)) {
-    std::cerr << "publisher-bt: not published\n";
+    std::cerr << "publisher-bt: not published, or not all\n";
     return 1;
   }
   return 0;

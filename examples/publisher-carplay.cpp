@@ -35,12 +35,9 @@ struct Phone {
 class CarPlayPhones {
  public:
   /// Replaces the phone table, and says which phone is connected; 0: none.
-  /// @return false when it cannot be written or told, which the log says why; and, with nothing written, when there are
-  /// more phones than the eleven that the table takes: leaving some out would have to be the service's choice.
+  /// @return false when it cannot be written or told, which the log says why; and when there are more phones than it
+  /// takes: the first eleven are published then. Whether they are the right ones is the service's choice.
   bool publish(const std::vector<Phone>& phones, std::uint64_t connected) {
-    if (phones.size() > Resource::PHONE_COUNT) {
-      return false;
-    }
     const std::vector<cps_def::WCPAtom> table = tableOf(phones);
     {
       const LmSyncGuard guard(mSegment);  // no reader sees half an entry; each is read by itself
@@ -50,7 +47,8 @@ class CarPlayPhones {
       }
     }
     ++mChanges;  // without the lock: whoever hears of it will want to take it
-    return mNotifier.Publish(idl::wire::CARPLAY_NOTIFICATION_ID, &mChanges, sizeof(mChanges));
+    return mNotifier.Publish(idl::wire::CARPLAY_NOTIFICATION_ID, &mChanges, sizeof(mChanges)) &&
+           phones.size() <= Resource::PHONE_COUNT;
   }
 
  private:
@@ -62,7 +60,7 @@ class CarPlayPhones {
 
   static std::vector<cps_def::WCPAtom> tableOf(const std::vector<Phone>& phones) {
     std::vector<cps_def::WCPAtom> table(Resource::PHONE_COUNT);  // zeros: free
-    for (std::size_t k = 0; k < phones.size(); ++k) {
+    for (std::size_t k = 0; k < phones.size() && k < Resource::PHONE_COUNT; ++k) {
       cps_def::WCPAtom& slot = table[k];
       slot.identifier = phones[k].identifier;
       lm_strncpy(slot.name, phones[k].name.c_str(), sizeof(slot.name) - 1);  // cuts, and ends the text in any case
@@ -100,11 +98,12 @@ class CarPlayPhones {
   std::uint32_t mChanges = 0;
 };
 
-/// The whole word as a number, in the ways of C, or nothing when it is none or more than `most`.
+/// The whole word as a number, 0x in front of a hexadecimal one, or nothing when it is none or more than `most`.
 std::optional<std::uint64_t> numberUpTo(std::uint64_t most, const char* word) {
   char* end = nullptr;
   errno = 0;
-  const std::uint64_t number = std::strtoull(word, &end, 0);
+  const int base = word[0] == '0' && word[1] == 'x' ? 16 : 10;
+  const std::uint64_t number = std::strtoull(word, &end, base);
   const bool isOne = *word >= '0' && *word <= '9' && *end == '\0' && errno == 0;
   return isOne && number <= most ? std::optional(number) : std::nullopt;
 }
@@ -126,7 +125,7 @@ int main(int count, char** arguments) {
   // A service publishes when it starts, also when there is no phone, and then at each change; the resource outlives it.
   CarPlayPhones list;
   if (!list.publish(phones, phones.empty() ? 0 : phones.front().identifier)) {
-    std::cerr << "publisher-carplay: not published\n";
+    std::cerr << "publisher-carplay: not published, or not all\n";
     return 1;
   }
   return 0;

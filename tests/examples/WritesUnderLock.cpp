@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Preloaded into a publisher: ends it with a message where it writes to a table without holding that table's lock. The
-// file that WRITES_SEEN names is given a byte for each write to a table.
+// file that WRITES_SEEN names is given a line with the table's name for each write.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/types.h>
@@ -29,7 +29,7 @@ void demandLock(int fd) {
     return;  // the port's own files
   }
   if (std::FILE* const seen = std::fopen(std::getenv("WRITES_SEEN"), "a")) {
-    std::fputc('.', seen);
+    std::fprintf(seen, "%s\n", name.c_str());
     std::fclose(seen);
   }
   std::uint32_t word = 0;

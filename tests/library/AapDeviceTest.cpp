@@ -79,6 +79,15 @@ TEST(AnAapDevice, IsCopiedFieldByFieldWithTextsThatHaveNoEnd) {
   expectFilled(assigned);
 }
 
+TEST(AnAapDevice, AssignedToItselfStaysAsItIs) {
+  AapDevice device = filled();
+  const AapDevice& itself = device;
+
+  device = itself;
+
+  expectFilled(device);
+}
+
 TEST(AnAapDevice, IsDestroyedWholeThroughItsBase) {
   bool gone = false;
   std::unique_ptr<AapDevice> device = std::make_unique<Derived>(gone);

@@ -85,6 +85,15 @@ TEST(ABtPairedDevice, IsCopiedFieldByFieldWithTextsThatHaveNoEnd) {
   expectFilled(assigned);
 }
 
+TEST(ABtPairedDevice, AssignedToItselfStaysAsItIs) {
+  BtPairedDevice device = filled();
+  const BtPairedDevice& itself = device;
+
+  device = itself;
+
+  expectFilled(device);
+}
+
 TEST(ABtPairedDevice, IsDestroyedWholeThroughItsBase) {
   bool gone = false;
   std::unique_ptr<BtPairedDevice> device = std::make_unique<Derived>(gone);

@@ -194,6 +194,17 @@ TEST(AnIntegratedDevice, IsMovedWhole) {
   expectEqual(assigned, filled());
 }
 
+TEST(AnIntegratedDevice, AssignedToItselfStaysAsItIs) {
+  IntegratedDevice device = filled();
+  const IntegratedDevice& itself = device;
+  DeviceInfo& header = device;
+
+  device = itself;
+  header = itself;
+
+  expectEqual(device, filled());
+}
+
 TEST(AnIntegratedDevice, IsACopyOfItsOwn) {
   const IntegratedDevice original = filled();
   IntegratedDevice copy(original);

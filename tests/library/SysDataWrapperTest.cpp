@@ -209,6 +209,37 @@ TEST_F(ASuffixFile, IsNotWrittenForTheTableThatWasLoaded) {
   EXPECT_FALSE(exists());
 }
 
+TEST_F(ASuffixFile, IsWrittenAnewWhereSomethingStandsBehindItsLastRecord) {
+  const Table one = {phone(3, "Phone", 2)};
+  wrapper.save(one);
+  const std::string clean = bytes();
+  for (const std::size_t rest : {std::size_t{263 + 1}, std::size_t{263 + 2}, std::size_t{263 + 262}}) {
+    std::string file = clean;
+    file[rest] = 'x';
+    folder.put("IDLSuffix.ini", file);
+    SysDataWrapper reader;
+    Table table;
+    reader.load(table);
+    ASSERT_EQ(told(table), told(one)) << "byte " << rest;
+
+    reader.save(table);
+
+    EXPECT_EQ(bytes(), clean) << "byte " << rest;
+  }
+}
+
+TEST_F(ASuffixFile, StaysAsItWasWhenAnEleventhPhoneIsPairedBehindTheOthers) {
+  wrapper.save(tenPhones());
+  const std::string before = bytes();
+  Table eleven = tenPhones();
+  eleven.push_back(phone(99, "One too many", 1));
+
+  wrapper.save(eleven);
+
+  EXPECT_EQ(bytes(), before);
+  EXPECT_EQ(log.count("SysDataWrapper:69 save [1] lBtSuffixTable size over. size=11"), 1U);
+}
+
 TEST_F(ASuffixFile, HoldsTheFirst259BytesOfALongName) {
   const std::string name(300, 'n');
 
