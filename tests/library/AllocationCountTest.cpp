@@ -30,8 +30,9 @@ void* operator new(std::size_t size) {
   }
   return memory;
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t /*size*/) noexcept { std::free(memory); }
+// Not in line: there GCC sees that what operator new gave is freed, and takes it for a mistake.
+__attribute__((noinline)) void operator delete(void* memory) noexcept { std::free(memory); }
+__attribute__((noinline)) void operator delete(void* memory, std::size_t /*size*/) noexcept { std::free(memory); }
 
 namespace {
 
